@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string_view>
+
+#include "app/event_loop.h"
+#include "character/agent.h"
+
+namespace corvel {
+
+// A character with no body: it writes what it is asked to say to the log. Serves where no
+// character can be drawn (no display, or the character switched off by the system).
+class LoggingAgent final : public Agent {
+public:
+    explicit LoggingAgent(EventLoop& loop) : loop_(loop) {}
+
+    void setBalloonStyle(std::uint32_t) override {}
+    void stop() override {}
+    void show() override {}
+    AgentRequest speak(std::string_view text) override;
+    AgentRequest play(std::string_view animation) override;
+    int height() const override { return 0; }
+    int width() const override { return 0; }
+    AgentRequest moveTo(int x, int y) override;
+    void hide() override {}
+
+private:
+    AgentRequest complete();
+
+    EventLoop& loop_;
+    AgentRequest lastRequest_ = 0;
+};
+
+} // namespace corvel
