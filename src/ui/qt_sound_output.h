@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QSoundEffect>
+
+#include "app/sound_output.h"
+
+namespace corvel {
+
+// Plays wave files on the computer's own speaker through Qt Multimedia.
+class QtSoundOutput final : public SoundOutput {
+public:
+    QtSoundOutput();
+    void playfile(const std::string& filename) override;
+
+private:
+    QSoundEffect effect_;
+};
+
+} // namespace corvel
