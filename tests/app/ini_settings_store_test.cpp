@@ -287,29 +287,5 @@ TEST_F(IniSettingsStoreTest, KilledWriterLeavesTheOldFileOrTheNew)
     }
 }
 
-TEST_F(IniSettingsStoreTest, DefaultPathFollowsOverrideThenXdgThenHome)
-{
-    const auto saved = [](const char* name) {
-        const char* value = std::getenv(name);
-        return std::pair(name, value ? std::optional<std::string>(value) : std::nullopt);
-    };
-    const auto restore = [](const auto& variable) {
-        if (variable.second) ::setenv(variable.first, variable.second->c_str(), 1);
-        else ::unsetenv(variable.first);
-    };
-    const auto xdg = saved("XDG_CONFIG_HOME");
-    const auto home = saved("HOME");
-    ::setenv("HOME", "/home/someone", 1);
-    ::setenv("XDG_CONFIG_HOME", "/xdg", 1);
-    EXPECT_EQ(IniSettingsStore::defaultPath(), "/xdg/corvel/corvel.conf");
-    EXPECT_EQ(IniSettingsStore::defaultPath("/elsewhere"), "/elsewhere/corvel.conf");
-    ::setenv("XDG_CONFIG_HOME", "relative", 1);
-    EXPECT_EQ(IniSettingsStore::defaultPath(), "/home/someone/.config/corvel/corvel.conf");
-    ::unsetenv("XDG_CONFIG_HOME");
-    EXPECT_EQ(IniSettingsStore::defaultPath(), "/home/someone/.config/corvel/corvel.conf");
-    restore(xdg);
-    restore(home);
-}
-
 } // namespace
 } // namespace corvel

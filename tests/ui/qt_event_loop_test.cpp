@@ -5,7 +5,11 @@
 #include <QApplication>
 #include <QTime>
 
+#include <unistd.h>
+
 #include "app/log.h"
+#include "support/wave_files.h"
+#include "telephony/testline/test_line.h"
 #include "ui/main_window.h"
 #include "ui/qt_sound_output.h"
 
@@ -112,6 +116,55 @@ TEST_F(QtTest, MainWindowReportsItsPlaceInTwips)
     EXPECT_DOUBLE_EQ(placement.width, frame.width() * t);
     EXPECT_DOUBLE_EQ(placement.height, frame.height() * t);
     EXPECT_GT(placement.screenWidth, placement.width);
+}
+
+// The test line keeps real time on the desktop's loop: rings, connection, play-done and a
+// recording of the length asked for.
+TEST_F(QtTest, TestLineRunsOnTheDesktopLoop)
+{
+    struct Listener final : LineEvents {
+        TestLine* line = nullptr;
+        std::vector<std::string> events;
+        void ring(std::int32_t count) override
+        {
+            events.push_back("ring " + std::to_string(count));
+            if (count == 2) line->answer();
+        }
+        void callerId() override { events.emplace_back("callerId"); }
+        void connected() override { events.emplace_back("connected"); }
+        void digitReceived(char16_t) override {}
+        void callOwnerChanged() override {}
+        void callStateChanged() override {}
+        void mediaModeChanged() override {}
+        void callerHungUp() override {}
+        void playDone() override { events.emplace_back("playDone"); }
+    } listener;
+    const auto folder = std::filesystem::temp_directory_path() / ("corvel-qt-line-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(folder);
+    testing::writeTone(folder / "prompt.wav", 0.2);
+
+    TestLine line(loop);
+    listener.line = &line;
+    line.setListener(&listener);
+    line.setLineOpen(true);
+    ScriptedCall call;
+    call.ringCadence = 100ms;
+    call.identity = ScriptedCall::Identity::Withheld;
+    line.placeCall(call);
+    while (!line.callActive()) loop.yield();
+    line.setPlayList((folder / "prompt.wav").string());
+    ASSERT_TRUE(line.startPlay());
+    line.setRecordFile((folder / "message.wav").string());
+    line.setRecording(true);
+    while (line.playing()) loop.yield();
+    line.setRecording(false);
+    loop.processPending();
+
+    EXPECT_EQ(listener.events, (std::vector<std::string>{"ring 1", "callerId", "ring 2", "connected", "playDone"}));
+    const testing::Wave message = testing::readWave(folder / "message.wav");
+    EXPECT_EQ(message.rate, 8000);
+    EXPECT_NEAR(static_cast<double>(message.samples.size()), 1600, 400) << "about the 0.2 s it ran";
+    std::filesystem::remove_all(folder);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "telephony/testline/test_line.h"
 
-#include <sndfile.h>
 #include <stdlib.h>
 
 #include <fstream>
@@ -11,6 +10,7 @@
 #include "app/log.h"
 #include "support/recording_line_events.h"
 #include "support/virtual_event_loop.h"
+#include "support/wave_files.h"
 
 namespace corvel {
 
@@ -28,38 +28,10 @@ using ::testing::FieldsAre;
 using ::testing::HasSubstr;
 using Event = testing::RecordingLineEvents::Event;
 using Times = std::vector<Milliseconds>;
+using testing::Wave;
+using testing::readWave;
+using testing::writeWave;
 namespace fs = std::filesystem;
-
-struct Wave {
-    int rate;
-    int channels;
-    std::vector<short> samples; // interleaved
-    int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-};
-
-void writeWave(const fs::path& path, const Wave& wave)
-{
-    SF_INFO info{};
-    info.samplerate = wave.rate;
-    info.channels = wave.channels;
-    info.format = wave.format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    sf_write_short(file, wave.samples.data(), static_cast<sf_count_t>(wave.samples.size()));
-    sf_close(file);
-}
-
-Wave readWave(const fs::path& path)
-{
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file) return {0, 0, {}, 0};
-    Wave wave{info.samplerate, info.channels, std::vector<short>(std::size_t(info.frames * info.channels)),
-              info.format};
-    sf_read_short(file, wave.samples.data(), static_cast<sf_count_t>(wave.samples.size()));
-    sf_close(file);
-    return wave;
-}
 
 // Mono at 8 kHz; no two neighbouring samples alike, so one out of place shows.
 Wave sound(std::size_t count)
