@@ -1,10 +1,16 @@
 #pragma once
 
+#include <filesystem>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "telephony/line_lamps.h"
 
 namespace corvel {
+
+// The title of message boxes that name no title of their own.
+inline constexpr std::string_view applicationTitle = "Corvel";
 
 enum class MessageIcon { None, Stop, Question, Exclamation, Information };
 
@@ -18,17 +24,37 @@ struct WindowPlacement {
     double twipsPerPixel = 15;
 };
 
-// What the windows show and what the dialogs ask, as the behaviour sees them.
+// What the windows show and what the dialogs ask, as the behaviour sees them. Controls are
+// addressed by their names (`txt_reccalls`, `new1`, `photo`, ...).
 class View {
 public:
     virtual ~View() = default;
 
     virtual void setBusyCursor(bool busy) = 0;
+    virtual bool busyCursor() const = 0;
     virtual void showLamps(const LineLamps& lamps) = 0;
-    virtual void messageBox(MessageIcon icon, std::string_view title, std::string_view text) = 0;
-    virtual void unloadCallerPicture() = 0; // frm_display
-    virtual void unloadPickup() = 0;        // frm_pickup
+
+    // Shows the picture in a picture control; false when the file is no picture it can show,
+    // and then the control keeps what it showed.
+    virtual bool loadPicture(std::string_view control, const std::filesystem::path& picture) = 0;
+    virtual void setText(std::string_view control, std::string_view text) = 0;
+    virtual std::string text(std::string_view control) const = 0;
+    virtual void setListItems(std::string_view control, const std::vector<std::string>& items) = 0;
+    virtual std::string selectedItem(std::string_view control) const = 0;
+
+    // frm_display, the caller's picture with its label, shown without holding anything up.
+    virtual void showCallerPicture() = 0;
+    virtual void unloadCallerPicture() = 0;
+    virtual void unloadPickup() = 0; // frm_pickup
     virtual WindowPlacement mainWindowPlacement() const = 0;
+
+    virtual void messageBox(MessageIcon icon, std::string_view title, std::string_view text) = 0;
+    virtual bool askYesNo(std::string_view title, std::string_view text) = 0;
+    // The text typed, or "" when cancelled.
+    virtual std::string inputBox(std::string_view prompt, std::string_view title) = 0;
+    // The chosen file, or "" when cancelled. `filter` is "Description|pattern".
+    virtual std::string openFileDialog(std::string_view filter, const std::filesystem::path& folder) = 0;
+    virtual void beep() = 0;
 };
 
 } // namespace corvel

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -7,7 +11,9 @@
 
 namespace corvel::testing {
 
-// Keeps what the windows would show; records message boxes and closed windows in order.
+// Keeps what the windows would show and answers the dialogs from a script: the answers are
+// taken in order from `yesNoAnswers`, `inputAnswers` and `fileAnswers` (No, "" and "" when
+// they run out).
 class RecordingView final : public View {
 public:
     struct Box {
@@ -17,24 +23,91 @@ public:
     };
 
     std::vector<Box> boxes;
-    std::vector<std::string> events; // "busy", "idle", "unload frm_display", ...
+    std::vector<std::string> events; // "busy", "idle", "unload frm_display", "show frm_display", ...
+    std::vector<std::string> questions; // the text of every dialog asked, in order
     LineLamps lamps;
     WindowPlacement placement{3000, 3000, 4000, 2590, 19200, 15};
     bool busy = false;
+    bool displayShown = false;
+    int beeps = 0;
+    std::map<std::string, std::filesystem::path, std::less<>> pictures;
+    std::map<std::string, std::string, std::less<>> texts;
+    std::map<std::string, std::vector<std::string>, std::less<>> lists;
+    std::string selected;
+    std::deque<bool> yesNoAnswers;
+    std::deque<std::string> inputAnswers;
+    std::deque<std::string> fileAnswers;
+
+    // The name of the picture file a control shows ("" when none).
+    std::string picture(std::string_view control) const
+    {
+        const auto found = pictures.find(control);
+        return found == pictures.end() ? "" : found->second.filename().string();
+    }
 
     void setBusyCursor(bool on) override
     {
         busy = on;
         events.emplace_back(on ? "busy" : "idle");
     }
+    bool busyCursor() const override { return busy; }
     void showLamps(const LineLamps& shown) override { lamps = shown; }
+    // Shows files that start as GIF pictures do; anything else fails to load.
+    bool loadPicture(std::string_view control, const std::filesystem::path& file) override
+    {
+        std::ifstream in(file, std::ios::binary);
+        char magic[4] = {};
+        if (!in.read(magic, 4) || std::string_view(magic, 4) != "GIF8") return false;
+        pictures[std::string(control)] = file;
+        return true;
+    }
+    void setText(std::string_view control, std::string_view text) override { texts[std::string(control)] = text; }
+    std::string text(std::string_view control) const override
+    {
+        const auto found = texts.find(control);
+        return found == texts.end() ? "" : found->second;
+    }
+    void setListItems(std::string_view control, const std::vector<std::string>& items) override
+    {
+        lists[std::string(control)] = items;
+    }
+    std::string selectedItem(std::string_view) const override { return selected; }
+    void showCallerPicture() override
+    {
+        displayShown = true;
+        events.emplace_back("show frm_display");
+    }
+    void unloadCallerPicture() override
+    {
+        displayShown = false;
+        events.emplace_back("unload frm_display");
+    }
+    void unloadPickup() override { events.emplace_back("unload frm_pickup"); }
+    WindowPlacement mainWindowPlacement() const override { return placement; }
     void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override
     {
         boxes.push_back({icon, std::string(title), std::string(text)});
     }
-    void unloadCallerPicture() override { events.emplace_back("unload frm_display"); }
-    void unloadPickup() override { events.emplace_back("unload frm_pickup"); }
-    WindowPlacement mainWindowPlacement() const override { return placement; }
+    bool askYesNo(std::string_view, std::string_view text) override { return answer(yesNoAnswers, text, false); }
+    std::string inputBox(std::string_view prompt, std::string_view) override
+    {
+        return answer(inputAnswers, prompt, std::string());
+    }
+    std::string openFileDialog(std::string_view filter, const std::filesystem::path&) override
+    {
+        return answer(fileAnswers, filter, std::string());
+    }
+    void beep() override { ++beeps; }
+
+private:
+    template <typename T> T answer(std::deque<T>& script, std::string_view question, T otherwise)
+    {
+        questions.emplace_back(question);
+        if (script.empty()) return otherwise;
+        T next = script.front();
+        script.pop_front();
+        return next;
+    }
 };
 
 } // namespace corvel::testing

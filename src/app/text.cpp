@@ -1,0 +1,89 @@
+#include "app/text.h"
+
+#include <algorithm>
+
+#include "app/utf8.h"
+
+namespace corvel::text {
+namespace {
+
+char lowerChar(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool isControl(unsigned char byte) { return byte < 0x20 || byte == 0x7F; }
+
+// Copies `text`, passing each whole UTF-8 character to `keep` and each stray byte to `stray`.
+template <typename Keep, typename Stray>
+std::string rebuild(std::string_view text, Keep keep, Stray stray)
+{
+    std::string out;
+    for (std::size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const std::size_t length = byte < 0x80 ? 1 : utf8SequenceLength(text, i);
+        if (length == 0) {
+            stray(out);
+            ++i;
+            continue;
+        }
+        keep(out, text.substr(i, length));
+        i += length;
+    }
+    return out;
+}
+
+} // namespace
+
+std::string lower(std::string_view text)
+{
+    std::string out(text);
+    std::transform(out.begin(), out.end(), out.begin(), lowerChar);
+    return out;
+}
+
+std::string removeAll(std::string_view text, char unwanted)
+{
+    std::string out;
+    std::copy_if(text.begin(), text.end(), std::back_inserter(out), [&](char c) { return c != unwanted; });
+    return out;
+}
+
+bool containsNoCase(std::string_view haystack, std::string_view needle)
+{
+    return !needle.empty() &&
+           std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end(),
+                       [](char a, char b) { return lowerChar(a) == lowerChar(b); }) != haystack.end();
+}
+
+std::string_view cut(std::string_view text, std::size_t maxBytes)
+{
+    if (text.size() <= maxBytes) return text;
+    std::size_t end = maxBytes;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    return text.substr(0, end);
+}
+
+std::string fromLine(std::string_view text, std::size_t maxBytes)
+{
+    const std::string clean = rebuild(
+        text,
+        [](std::string& out, std::string_view character) {
+            const auto byte = static_cast<unsigned char>(character[0]);
+            if (!isControl(byte) && byte != '\\') out += character;
+        },
+        [](std::string& out) { out += '?'; });
+    return std::string(cut(clean, maxBytes));
+}
+
+std::string fileNamePart(std::string_view text, std::size_t maxBytes)
+{
+    std::string part = rebuild(
+        text,
+        [](std::string& out, std::string_view character) {
+            const auto byte = static_cast<unsigned char>(character[0]);
+            out += (isControl(byte) || byte == '/') ? std::string_view("_") : character;
+        },
+        [](std::string& out) { out += '_'; });
+    if (part == "." || part == "..") part = "_";
+    return std::string(cut(part, maxBytes));
+}
+
+} // namespace corvel::text

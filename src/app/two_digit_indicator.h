@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "app/data_folder.h"
+#include "app/view.h"
+
+namespace corvel {
+
+// The digit pictures "digits/<d>.gif" shown by the two-place counters on the main window.
+class TwoDigitIndicator {
+public:
+    TwoDigitIndicator(View& view, const DataFolder& folder) : view_(view), folder_(folder) {}
+
+    // Below 10 a "0" then the count; otherwise the first two characters of its decimal
+    // text, so 100 shows "10".
+    void show(std::string_view tens, std::string_view units, int count) const;
+    // Loads the picture of `digit` (a digit's text) into `control`; a picture that fails to
+    // load leaves the control as it was.
+    void showDigit(std::string_view control, std::string_view digit) const;
+
+private:
+    View& view_;
+    const DataFolder& folder_;
+};
+
+} // namespace corvel
