@@ -1,0 +1,122 @@
+#include "records/caller_pictures.h"
+
+#include <algorithm>
+
+#include "app/log.h"
+#include "app/text.h"
+
+namespace corvel {
+namespace {
+
+constexpr std::string_view scratchName = "templist.txt";
+constexpr std::string_view noNumber = "You didn`t enter a telephone number. Please do this first";
+
+} // namespace
+
+CallerPictures::CallerPictures(const DataFolder& folder, View& view, CharacterSpeech& speech,
+                               CallerDisplay& display)
+    : folder_(folder), view_(view), speech_(speech), display_(display)
+{
+}
+
+std::string CallerPictures::typedNumber()
+{
+    const std::string number = text::removeAll(view_.text("txt_phone"), '-');
+    view_.setText("txt_phone", number);
+    return number;
+}
+
+void CallerPictures::add()
+{
+    if (view_.text("txt_phone").empty()) {
+        speech_.say("Please enter a telephone number!");
+        view_.messageBox(MessageIcon::Stop, applicationTitle, noNumber);
+        return;
+    }
+    const std::string number = typedNumber();
+    const auto lines = folder_.readLines(listName);
+    if (std::any_of(lines.begin(), lines.end(), [&](const std::string& line) { return text::containsNoCase(line, number); })) {
+        speech_.say("There is already an association to this number!");
+        view_.messageBox(MessageIcon::Information, applicationTitle,
+                         "The phone number you entered already has a picture associated with it. Please DELETE "
+                         "this picture using the Delete button before you add a new one.");
+        return;
+    }
+    const std::string chosen = view_.openFileDialog("Picture files (*.gif)|*.gif", {});
+    if (chosen.size() < 2) {
+        speech_.say("You did not select a file!");
+        view_.messageBox(MessageIcon::Information, applicationTitle, "You didn`t select a file. Please try again!");
+        return;
+    }
+    const std::string picture = number + ".gif";
+    if (!folder_.copyIn(chosen, picture)) return;
+    display_.loadPhoto(picture);
+    display_.setLabel("Preview");
+    display_.show();
+    folder_.appendLine(listName, number);
+}
+
+void CallerPictures::remove()
+{
+    const auto missing = [&] {
+        speech_.say("The number you entered does not have a picture associated with it!");
+        view_.messageBox(MessageIcon::Information, applicationTitle,
+                         "The number you entered doesn`t have a picture associated with it, sorry");
+    };
+    if (view_.text("txt_phone").empty()) {
+        speech_.say("You did not enter a telephone number. Please try again!");
+        view_.messageBox(MessageIcon::Stop, applicationTitle, noNumber);
+        return;
+    }
+    const std::string number = typedNumber();
+    const auto lines = folder_.readLines(listName);
+    const auto matches = [&](const std::string& line) { return text::containsNoCase(line, number); };
+    if (std::none_of(lines.begin(), lines.end(), matches)) {
+        missing();
+        return;
+    }
+    std::string kept;
+    for (const std::string& line : lines) {
+        if (!matches(line)) kept += line + "\r\n";
+    }
+    // Appended to whatever an earlier, interrupted delete left in the scratch file.
+    if (!folder_.writeFile(scratchName, kept, true) || !folder_.replaceWith(scratchName, listName)) {
+        log::warning("the picture association was not deleted");
+        return;
+    }
+    if (folder_.exists(number + ".gif")) folder_.remove(number + ".gif");
+    view_.beep();
+}
+
+void CallerPictures::next()
+{
+    const auto lines = folder_.readLines(listName);
+    if (lines.empty()) return;
+    const std::string number = text::removeAll(view_.text("txt_phone"), '-');
+    const auto match = std::find_if(lines.begin(), lines.end(),
+                                    [&](const std::string& line) { return text::containsNoCase(line, number); });
+    const bool following = match != lines.end() && std::next(match) != lines.end();
+    showEntry(following ? *std::next(match) : lines.front());
+}
+
+void CallerPictures::previous()
+{
+    const auto lines = folder_.readLines(listName);
+    if (lines.empty()) return;
+    const std::string number = text::removeAll(view_.text("txt_phone"), '-');
+    const auto match = std::find_if(lines.begin(), lines.end(),
+                                    [&](const std::string& line) { return text::containsNoCase(line, number); });
+    // From the first entry, or from a number not in the list, round to the last.
+    showEntry(match == lines.end() || match == lines.begin() ? lines.back() : *std::prev(match));
+}
+
+void CallerPictures::showEntry(std::string_view line)
+{
+    const std::string number = text::removeAll(line, '-');
+    view_.setText("txt_phone", number);
+    display_.loadPhoto(number + ".gif");
+    display_.setLabel(number);
+    display_.show();
+}
+
+} // namespace corvel

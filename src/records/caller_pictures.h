@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "app/data_folder.h"
+#include "app/view.h"
+#include "character/character_speech.h"
+#include "records/caller_display.h"
+
+namespace corvel {
+
+// Pictures associated with telephone numbers: "piclist.txt" lists the numbers, one a line,
+// and the picture of number N is the file "N.gif". A number matches a line when it occurs
+// anywhere in it, without regard to case.
+class CallerPictures {
+public:
+    static constexpr std::string_view listName = "piclist.txt";
+
+    CallerPictures(const DataFolder& folder, View& view, CharacterSpeech& speech, CallerDisplay& display);
+
+    void add();      // Command7: a picture for the number in txt_phone
+    void remove();   // Command8: the number's association and picture
+    void previous(); // Command9
+    void next();     // Command10
+
+private:
+    // txt_phone without its "-", written back.
+    std::string typedNumber();
+    void showEntry(std::string_view line);
+
+    const DataFolder& folder_;
+    View& view_;
+    CharacterSpeech& speech_;
+    CallerDisplay& display_;
+};
+
+} // namespace corvel

@@ -1,0 +1,95 @@
+#include "records/directory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/answer_phone_harness.h"
+
+namespace corvel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class DirectoryTest : public ::testing::Test, protected testing::AnswerPhoneHarness {
+protected:
+    Directory& directory = phone.directory;
+
+    void add(std::string number, std::string name)
+    {
+        view.inputAnswers = {std::move(number), std::move(name)};
+        directory.addContact();
+    }
+    void deleteItem(std::string item)
+    {
+        view.selected = std::move(item);
+        directory.deleteContact();
+    }
+};
+
+TEST_F(DirectoryTest, AddingNormalisesTheNumberAndKeepsTheNameWhole)
+{
+    add("01234 567-890", "Jane Smith, Esq.");
+    add("0777,123", ""); // a cancelled name still stores the number
+    EXPECT_EQ(readFile("directory.ini"), "01234567890,Jane Smith, Esq.\r\n0777123,\r\n");
+    EXPECT_EQ(view.questions[1], "Please enter the name you wish to hear when 01234567890 calls you.");
+    EXPECT_THAT(view.lists["contacts"], ElementsAre("Number: 01234567890, Name: Jane Smith, Esq.",
+                                                    "Number: 0777123, Name: "));
+    EXPECT_THAT(spoken(), ElementsAre("Done", "Done"));
+}
+
+TEST_F(DirectoryTest, ANumberTooShortOrCancelledAddsAndSaysNothing)
+{
+    add("7", "Seven");
+    add("", "");
+    EXPECT_FALSE(has("directory.ini"));
+    EXPECT_THAT(spoken(), IsEmpty());
+    EXPECT_EQ(view.questions.size(), 2u) << "no name is asked for";
+}
+
+TEST_F(DirectoryTest, LookUpFindsTheFirstLineContainingTheNumber)
+{
+    writeFile("directory.ini", "no comma here 1234\r\n01234567,Bob\r\n1234,Alice\r\n\r\n\x01\xff,\r\nABC9,Letters\r\n");
+    EXPECT_EQ(directory.lookup("1234"), "Bob") << "a substring of a longer number matches, and the first wins";
+    EXPECT_EQ(directory.lookup("abc9"), "Letters") << "letters match without regard to case";
+    EXPECT_EQ(directory.lookup("999"), std::nullopt);
+    directory.loadcontacts();
+    EXPECT_EQ(view.lists["contacts"].size(), 6u) << "a malformed line costs no other line";
+}
+
+TEST_F(DirectoryTest, DeletingDropsEveryLineThatContainsTheNumber)
+{
+    writeFile("directory.ini", "01234567,Bob\r\n1234,Alice\r\n5555,Carol\r\n");
+    deleteItem("Number: 1234, Name: Alice");
+    EXPECT_EQ(readFile("directory.ini"), "5555,Carol\r\n");
+    EXPECT_FALSE(has("tempdir.txt"));
+    deleteItem("Number: 5555, Name: Carol");
+    EXPECT_EQ(readFile("directory.ini"), "");
+    EXPECT_THAT(view.lists["contacts"], IsEmpty());
+    EXPECT_THAT(spoken(), ElementsAre("Deleted", "Deleted"));
+}
+
+TEST_F(DirectoryTest, DeletingWithNothingSelectedOrNoNumberLosesNothing)
+{
+    const std::string entries = "01234567,Bob\r\n,Nobody\r\n";
+    writeFile("directory.ini", entries);
+    deleteItem("");
+    ASSERT_EQ(view.boxes.size(), 1u);
+    EXPECT_EQ(view.boxes[0].text, "You must HIGHLIGHT an entry from your contacts list before you can delete it");
+    EXPECT_EQ(readFile("directory.ini"), entries);
+
+    deleteItem("Number: , Name: Nobody");
+    EXPECT_EQ(readFile("directory.ini"), "01234567,Bob\r\n") << "only the entry without a number goes";
+}
+
+TEST_F(DirectoryTest, AFailedRewriteLeavesTheDirectoryAsItWas)
+{
+    const std::string entries = "01234567,Bob\r\n5555,Carol\r\n";
+    writeFile("directory.ini", entries);
+    std::filesystem::create_directory(data / "tempdir.txt"); // the scratch file cannot be written
+    deleteItem("Number: 5555, Name: Carol");
+    EXPECT_EQ(readFile("directory.ini"), entries);
+}
+
+} // namespace
+} // namespace corvel
