@@ -1,0 +1,44 @@
+#pragma once
+
+#include <filesystem>
+
+#include "app/data_folder.h"
+#include "app/sound_output.h"
+#include "app/view.h"
+#include "character/character_speech.h"
+#include "messages/message_store.h"
+#include "records/caller_display.h"
+#include "records/new_calls.h"
+
+namespace corvel {
+
+// Plays voice messages on the computer's speaker, one a click: the oldest new message, which
+// then joins the old ones, or the oldest old message, which is then deleted or moved to the
+// desktop. Slots are closed up after each.
+class MessagePlayback {
+public:
+    MessagePlayback(const DataFolder& folder, View& view, SoundOutput& speaker, CharacterSpeech& speech,
+                    CallerDisplay& display, MessageStore& store, NewCalls& newCalls,
+                    std::filesystem::path desktop);
+
+    void playNew(); // Label10
+    void playOld(); // Label18
+
+private:
+    // Plays a copy, "temp.wav", so that the message itself can be renamed meanwhile.
+    void play(const std::string& message);
+    void closeGap(MessageStore::Kind kind);
+    void moveToDesktop(const std::string& message);
+    void finish();
+
+    const DataFolder& folder_;
+    View& view_;
+    SoundOutput& speaker_;
+    CharacterSpeech& speech_;
+    CallerDisplay& display_;
+    MessageStore& store_;
+    NewCalls& newCalls_;
+    std::filesystem::path desktop_;
+};
+
+} // namespace corvel

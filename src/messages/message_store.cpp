@@ -1,0 +1,74 @@
+#include "messages/message_store.h"
+
+#include "app/text.h"
+
+namespace corvel {
+namespace {
+
+std::string prefix(MessageStore::Kind kind, int slot)
+{
+    return std::to_string(static_cast<int>(kind)) + "-" + std::to_string(slot) + "-";
+}
+
+} // namespace
+
+MessageStore::MessageStore(const DataFolder& folder, const TwoDigitIndicator& indicator)
+    : folder_(folder), indicator_(indicator)
+{
+}
+
+std::optional<std::string> MessageStore::fileInSlot(Kind kind, int slot) const
+{
+    return folder_.findFirst(prefix(kind, slot), ".wav");
+}
+
+int MessageStore::count(Kind kind) const
+{
+    int counted = 0;
+    while (counted < slotCount && fileInSlot(kind, counted + 1)) ++counted;
+    return counted;
+}
+
+std::optional<int> MessageStore::freeSlot(Kind kind) const
+{
+    for (int slot = 1; slot <= slotCount; ++slot) {
+        if (!fileInSlot(kind, slot)) return slot;
+    }
+    return std::nullopt;
+}
+
+std::string MessageStore::fileName(Kind kind, int slot, std::string_view caller)
+{
+    const std::string start = prefix(kind, slot);
+    constexpr std::string_view extension = ".wav";
+    // The caller's part is cut so that the whole name fits the file system.
+    return start + text::fileNamePart(caller, DataFolder::maxNameBytes - start.size() - extension.size()) +
+           std::string(extension);
+}
+
+std::string MessageStore::callerOf(std::string_view fileName)
+{
+    const auto first = fileName.find('-');
+    const auto second = first == std::string_view::npos ? first : fileName.find('-', first + 1);
+    if (second == std::string_view::npos) return {};
+    const std::string_view rest = fileName.substr(second + 1);
+    return std::string(rest.substr(0, rest.find('.')));
+}
+
+void MessageStore::checkmessages() const
+{
+    const int fresh = count(Kind::New);
+    const int heard = count(Kind::Old);
+    indicator_.show("new1", "new2", fresh);
+    if (heard < 10) {
+        indicator_.show("old1", "old2", heard);
+        return;
+    }
+    // Ten or more old messages show the digits of the NEW count; with fewer than ten new
+    // ones the units picture has no digit, fails to load and stays as it was.
+    const std::string digits = std::to_string(fresh);
+    indicator_.showDigit("old1", digits.substr(0, 1));
+    indicator_.showDigit("old2", digits.size() > 1 ? digits.substr(1, 1) : "");
+}
+
+} // namespace corvel

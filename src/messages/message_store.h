@@ -1,0 +1,41 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "app/data_folder.h"
+#include "app/two_digit_indicator.h"
+
+namespace corvel {
+
+// Voice messages are wave files in the data folder, "1-<slot>-<caller>.wav" while new and
+// "2-<slot>-<caller>.wav" once heard. Slots run from 1 to 98 without gaps; counting stops at
+// the first empty slot.
+class MessageStore {
+public:
+    enum class Kind { New = 1, Old = 2 };
+    static constexpr int slotCount = 98;
+
+    MessageStore(const DataFolder& folder, const TwoDigitIndicator& indicator);
+
+    // The file in a slot, if any.
+    std::optional<std::string> fileInSlot(Kind kind, int slot) const;
+    // The unbroken run of filled slots from 1.
+    int count(Kind kind) const;
+    // The lowest empty slot, or none when all are taken.
+    std::optional<int> freeSlot(Kind kind) const;
+    // The file name for a message in `slot` from `caller`.
+    static std::string fileName(Kind kind, int slot, std::string_view caller);
+    // The caller of a message: its name after the second "-", up to the next ".".
+    static std::string callerOf(std::string_view fileName);
+
+    // Counts both kinds and redraws new1/new2 and old1/old2.
+    void checkmessages() const;
+
+private:
+    const DataFolder& folder_;
+    const TwoDigitIndicator& indicator_;
+};
+
+} // namespace corvel
