@@ -5,4 +5,4 @@ cd "$(dirname "$0")/.."
 scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build --target corvel -j "$(nproc)"
-exec build/src/corvel "$@"
+exec build/bin/corvel "$@"

@@ -2,15 +2,17 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QStandardPaths>
 
+#include "app/answer_phone.h"
 #include "app/ini_settings_store.h"
 #include "app/log.h"
-#include "character/character_speech.h"
 #include "character/logging_agent.h"
-#include "telephony/call_control.h"
 #include "telephony/testline/test_line.h"
 #include "ui/main_window.h"
 #include "ui/qt_event_loop.h"
+#include "ui/qt_locale_texts.h"
+#include "ui/qt_sound_output.h"
 
 int main(int argc, char* argv[])
 {
@@ -25,7 +27,10 @@ int main(int argc, char* argv[])
     const QCommandLineOption help = options.addHelpOption();
     const QCommandLineOption version = options.addVersionOption();
     const QCommandLineOption configDir("config-dir", "Keep the settings in DIR.", "DIR");
+    const QCommandLineOption dataDir("data-dir", "Keep the call log, directory, pictures and messages in DIR.",
+                                     "DIR");
     options.addOption(configDir);
+    options.addOption(dataDir);
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
     if (!options.parse(arguments)) {
@@ -36,17 +41,23 @@ int main(int argc, char* argv[])
     if (options.isSet(version)) options.showVersion();
 
     QApplication application(argc, argv);
-
     IniSettingsStore settings(IniSettingsStore::defaultPath(options.value(configDir).toStdString()));
+    const DataFolder folder(DataFolder::defaultRoot(options.value(dataDir).toStdString()));
+    folder.installShipped((QCoreApplication::applicationDirPath() + "/../share/corvel").toStdString());
 
     QtEventLoop loop;
+    QtSoundOutput speaker;
+    QtLocaleTexts locale;
     TestLine line(loop);
     MainWindow window;
-    CallControl calls(loop, line, window);
     LoggingAgent agent(loop);
-    CharacterSpeech speech(agent, settings, loop, window);
+    AnswerPhone phone({loop, settings, line, agent, window, speaker, locale, folder,
+                       QStandardPaths::writableLocation(QStandardPaths::DesktopLocation).toStdString()});
+    window.attach(phone);
+    phone.loadRecords();
 
     window.show();
-    log::info("Corvel " CORVEL_VERSION " started; settings in " + settings.path().string());
+    log::info("Corvel " CORVEL_VERSION " started; settings in " + settings.path().string() + ", data in " +
+              folder.root().string());
     return QApplication::exec();
 }

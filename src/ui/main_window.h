@@ -3,14 +3,17 @@
 #include <array>
 
 #include <QLabel>
+#include <QListWidget>
 #include <QWidget>
 
 #include "app/view.h"
+#include "ui/caller_display_window.h"
 
 namespace corvel {
 
-// The main window `frm_main`, as far as the line needs it: the activity lamps with their
-// legends, the busy cursor and message boxes.
+class AnswerPhone;
+
+// The main window `frm_main`. Every control carries its name as its objectName.
 class MainWindow final : public QWidget, public View {
     Q_OBJECT
 
@@ -18,16 +21,36 @@ public:
     MainWindow();
     ~MainWindow() override;
 
+    // Sends the controls' clicks to the answer phone behind the window.
+    void attach(AnswerPhone& phone);
+
     void setBusyCursor(bool busy) override;
+    bool busyCursor() const override { return busy_; }
     void showLamps(const LineLamps& lamps) override;
-    void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override;
+    bool loadPicture(std::string_view control, const std::filesystem::path& picture) override;
+    void setText(std::string_view control, std::string_view text) override;
+    std::string text(std::string_view control) const override;
+    void setListItems(std::string_view control, const std::vector<std::string>& items) override;
+    std::string selectedItem(std::string_view control) const override;
+    void showCallerPicture() override;
     void unloadCallerPicture() override;
     void unloadPickup() override;
     WindowPlacement mainWindowPlacement() const override;
+    void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override;
+    bool askYesNo(std::string_view title, std::string_view text) override;
+    std::string inputBox(std::string_view prompt, std::string_view title) override;
+    std::string openFileDialog(std::string_view filter, const std::filesystem::path& folder) override;
+    void beep() override;
 
 private:
+    QWidget* callsPage();
+    QWidget* picturesPage();
+    QWidget* directoryPage();
+    template <typename Widget> Widget* control(std::string_view name) const;
+
     std::array<QLabel*, 5> lamps_{};
     QLabel* keypressLegend_ = nullptr;
+    CallerDisplayWindow display_;
     bool busy_ = false;
 };
 

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "app/answer_phone.h"
+#include "support/memory_settings_store.h"
+#include "support/recording_agent.h"
+#include "support/recording_view.h"
+#include "support/virtual_event_loop.h"
+#include "telephony/testline/test_line.h"
+
+namespace corvel::testing {
+
+// Dates as an English locale writes them, for predictable log lines.
+class FixedLocale final : public LocaleTexts {
+public:
+    std::string longDate(std::chrono::year_month_day date) const override
+    {
+        static constexpr const char* months[] = {"January", "February", "March",     "April",   "May",      "June",
+                                                  "July",    "August",   "September", "October", "November", "December"};
+        return std::to_string(static_cast<unsigned>(date.day())) + " " +
+               months[static_cast<unsigned>(date.month()) - 1] + " " + std::to_string(static_cast<int>(date.year()));
+    }
+    std::string amText() const override { return "AM"; }
+    std::string pmText() const override { return "PM"; }
+};
+
+// The speaker: remembers the files it was asked to play, by name.
+class RecordingSpeaker final : public SoundOutput {
+public:
+    std::vector<std::string> played;
+    void playfile(const std::string& filename) override
+    {
+        played.push_back(std::filesystem::path(filename).filename().string());
+    }
+};
+
+// A whole answer phone on the virtual loop and the test line, with its data folder in a
+// fresh temporary directory (a "data" folder inside it, so that anything written beside the
+// data folder would show).
+class AnswerPhoneHarness {
+public:
+    explicit AnswerPhoneHarness(LocalTime start = VirtualEventLoop::defaultStart()) : loop(start)
+    {
+        std::filesystem::create_directories(data);
+        writeFile("default.gif", "GIF89a default");
+        writeFile("withheld.gif", "GIF89a withheld");
+        writeFile("space.wav", "RIFF");
+        std::filesystem::create_directories(data / "digits");
+        for (char d = '0'; d <= '9'; ++d) writeFile(std::string("digits/") + d + ".gif", "GIF89a");
+        line.setLineOpen(true);
+    }
+    ~AnswerPhoneHarness() { std::filesystem::remove_all(top); }
+
+    void writeFile(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(data / name, std::ios::binary) << content;
+    }
+    std::string readFile(const std::string& name) const
+    {
+        std::ifstream in(data / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    bool has(const std::string& name) const { return std::filesystem::exists(data / name); }
+
+    // The texts the character was given to speak, without the volume tag.
+    std::vector<std::string> spoken() const
+    {
+        std::vector<std::string> texts;
+        for (const std::string& call : agent.calls) {
+            if (call.starts_with("Speak ")) texts.push_back(call.substr(call.find('\\', 7) + 1));
+        }
+        return texts;
+    }
+    // The digit pictures shown by a two-place counter, e.g. "10".
+    std::string counter(std::string_view tens, std::string_view units) const
+    {
+        return view.picture(tens).substr(0, 1) + view.picture(units).substr(0, 1);
+    }
+
+    const std::filesystem::path top = [] {
+        std::string pattern = (std::filesystem::temp_directory_path() / "corvel-phone-XXXXXX").string();
+        return std::filesystem::path(::mkdtemp(pattern.data()));
+    }();
+    const std::filesystem::path data = top / "data";
+    const std::filesystem::path desktop = top / "Desktop";
+    VirtualEventLoop loop;
+    MemorySettingsStore settings;
+    TestLine line{loop};
+    RecordingAgent agent;
+    RecordingView view;
+    RecordingSpeaker speaker;
+    FixedLocale locale;
+    DataFolder folder{data};
+    AnswerPhone phone{{loop, settings, line, agent, view, speaker, locale, folder, desktop}};
+};
+
+} // namespace corvel::testing
