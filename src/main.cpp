@@ -7,6 +7,7 @@
 #include "app/answer_phone.h"
 #include "app/ini_settings_store.h"
 #include "app/log.h"
+#include "app/text.h"
 #include "character/logging_agent.h"
 #include "telephony/testline/test_line.h"
 #include "ui/main_window.h"
@@ -55,6 +56,14 @@ int main(int argc, char* argv[])
                        QStandardPaths::writableLocation(QStandardPaths::DesktopLocation).toStdString()});
     window.attach(phone);
     phone.loadRecords();
+    std::vector<std::string> devices;
+    for (const LineDevice& device : line.devices()) devices.push_back(device.name);
+    window.setListItems("ComboDevice", devices);
+    if (const std::string modem = settings::readData(settings, "modem", ""); !modem.empty()) {
+        line.setDeviceNumber(static_cast<std::int32_t>(text::leadingNumber(modem)));
+        window.setListIndex("ComboDevice", line.deviceNumber());
+        phone.handling.start();
+    }
 
     window.show();
     log::info("Corvel " CORVEL_VERSION " started; settings in " + settings.path().string() + ", data in " +

@@ -14,7 +14,8 @@ AnswerPhone::AnswerPhone(Ports ports_)
       newCalls(indicator),
       callerIdentity(ports.line, calls.state(), ports.agent, speech, directory, display, callLog),
       messages(ports.folder, indicator),
-      playback(ports.folder, ports.view, ports.speaker, speech, display, messages, newCalls, ports.desktop)
+      playback(ports.folder, ports.view, ports.speaker, speech, display, messages, newCalls, ports.desktop),
+      handling(*this)
 {
     calls.setRoutines(this);
 }
@@ -28,14 +29,17 @@ void AnswerPhone::loadRecords()
     directory.loadcontacts();
 }
 
-// Counting rings and answering come with the call handling.
-void AnswerPhone::ring(std::int32_t) {}
+void AnswerPhone::shutdown()
+{
+    calls.standby();
+    ports.line.setLineOpen(false);
+    ports.view.endProgram();
+}
 
+void AnswerPhone::ring(std::int32_t count) { handling.ring(count); }
 void AnswerPhone::callerId() { callerIdentity.callerId(); }
-
-// The dialogue with an answered caller comes with the call handling.
-void AnswerPhone::connected() {}
-void AnswerPhone::digitpressed(std::string_view) {}
+void AnswerPhone::connected() { handling.connected(); }
+void AnswerPhone::digitpressed(std::string_view digit) { handling.digitpressed(digit); }
 
 void AnswerPhone::checkmessages() { messages.checkmessages(); }
 

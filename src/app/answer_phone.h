@@ -20,6 +20,7 @@
 #include "records/directory.h"
 #include "records/new_calls.h"
 #include "telephony/call_control.h"
+#include "telephony/call_handling.h"
 #include "telephony/line.h"
 
 namespace corvel {
@@ -46,6 +47,8 @@ public:
 
     // Fills the message counters, the recent-calls box and the contacts list.
     void loadRecords();
+    // Ends whatever call is up, closes the line and ends the program.
+    void shutdown();
 
     Ports ports;
     TwoDigitIndicator indicator;
@@ -59,6 +62,7 @@ public:
     CallerId callerIdentity;
     MessageStore messages;
     MessagePlayback playback;
+    CallHandling handling;
 
 private:
     void ring(std::int32_t count) override;

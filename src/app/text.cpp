@@ -53,6 +53,19 @@ bool containsNoCase(std::string_view haystack, std::string_view needle)
                        [](char a, char b) { return lowerChar(a) == lowerChar(b); }) != haystack.end();
 }
 
+long long leadingNumber(std::string_view text)
+{
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    const bool negative = !text.empty() && text.front() == '-';
+    if (!text.empty() && (text.front() == '-' || text.front() == '+')) text.remove_prefix(1);
+    long long value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9' || value > 1'000'000'000'000LL) break; // far beyond any count or time
+        value = value * 10 + (c - '0');
+    }
+    return negative ? -value : value;
+}
+
 std::string_view cut(std::string_view text, std::size_t maxBytes)
 {
     if (text.size() <= maxBytes) return text;

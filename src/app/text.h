@@ -22,6 +22,10 @@ std::string fromLine(std::string_view text, std::size_t maxBytes);
 // needs none of that comes back unchanged.
 std::string fileNamePart(std::string_view text, std::size_t maxBytes);
 
+// The number that `text` starts with (after blanks), as a stored setting is read; 0 when it
+// starts with none.
+long long leadingNumber(std::string_view text);
+
 // `text` cut to at most `maxBytes` without splitting a UTF-8 character.
 std::string_view cut(std::string_view text, std::size_t maxBytes);
 

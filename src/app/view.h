@@ -41,11 +41,18 @@ public:
     virtual std::string text(std::string_view control) const = 0;
     virtual void setListItems(std::string_view control, const std::vector<std::string>& items) = 0;
     virtual std::string selectedItem(std::string_view control) const = 0;
+    virtual void setListIndex(std::string_view control, int index) = 0;
+    virtual void selectTab(std::string_view control, int index) = 0;
+    // Moves the main window down (up for a negative distance) by so many twips.
+    virtual void shiftMainWindowDown(double twips) = 0;
 
     // frm_display, the caller's picture with its label, shown without holding anything up.
     virtual void showCallerPicture() = 0;
     virtual void unloadCallerPicture() = 0;
-    virtual void unloadPickup() = 0; // frm_pickup
+    // frm_pickup, asking the user to take the caller on the telephone; stays on top.
+    virtual void showPickup() = 0;
+    virtual void setPickupCaption(std::string_view text) = 0;
+    virtual void unloadPickup() = 0;
     virtual WindowPlacement mainWindowPlacement() const = 0;
 
     virtual void messageBox(MessageIcon icon, std::string_view title, std::string_view text) = 0;
@@ -55,6 +62,8 @@ public:
     // The chosen file, or "" when cancelled. `filter` is "Description|pattern".
     virtual std::string openFileDialog(std::string_view filter, const std::filesystem::path& folder) = 0;
     virtual void beep() = 0;
+    // Ends the program once the current handler returns.
+    virtual void endProgram() = 0;
 };
 
 } // namespace corvel

@@ -60,6 +60,9 @@ public:
     virtual void setCallActive(bool active) = 0;
     virtual void answer() = 0;
     virtual void drop() = 0;
+    // Gives the call up to the user's own telephone, leaving the caller connected to it; the
+    // call is then no longer this line's.
+    virtual void handOver() = 0;
     void setOwnCall(bool own) { ownCall_ = own; }
     bool ownCall() const { return ownCall_; }
     virtual std::string ownerApplication() const = 0;

@@ -1,6 +1,7 @@
 #include "ui/main_window.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QFileDialog>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -80,6 +81,7 @@ MainWindow::MainWindow()
     auto* layout = new QVBoxLayout(this);
     auto* tabs = named<QTabWidget>(this, "SSTab1");
     tabs->addTab(callsPage(), "Calls");
+    tabs->addTab(linePage(), "Settings 1");
     tabs->addTab(picturesPage(), "Pictures");
     tabs->addTab(directoryPage(), "Directory");
     layout->addWidget(tabs);
@@ -125,6 +127,17 @@ QWidget* MainWindow::callsPage()
     recent->setReadOnly(true);
     layout->addWidget(recent);
     layout->addWidget(button(page, "Command4", "Clear call list"));
+    return page;
+}
+
+QWidget* MainWindow::linePage()
+{
+    auto* page = new QWidget(this);
+    auto* layout = new QGridLayout(page);
+    layout->addWidget(new QLabel("Telephone line", page), 0, 0);
+    layout->addWidget(named<QComboBox>(page, "ComboDevice"), 1, 0);
+    layout->addWidget(button(page, "Command1", "START"), 1, 1);
+    layout->setRowStretch(2, 1);
     return page;
 }
 
@@ -175,7 +188,11 @@ void MainWindow::attach(AnswerPhone& phone)
     onClick("Command10", [&phone] { phone.pictures.next(); });
     onClick("Command28", [&phone] { phone.directory.addContact(); });
     onClick("Command29", [&phone] { phone.directory.deleteContact(); });
+    onClick("Command1", [&phone] { phone.handling.start(); });
     connect(&display_, &CallerDisplayWindow::clicked, this, [&phone] { phone.display.clicked(); });
+    connect(&pickup_, &PickupWindow::clicked, this, [&phone] { phone.handling.pickupClicked(); });
+    auto* devices = control<QComboBox>("ComboDevice");
+    connect(devices, &QComboBox::activated, this, [&phone](int index) { phone.handling.chooseDevice(index); });
 }
 
 void MainWindow::setBusyCursor(bool busy)
@@ -204,6 +221,28 @@ bool MainWindow::loadPicture(std::string_view name, const std::filesystem::path&
     return true;
 }
 
+void MainWindow::setListIndex(std::string_view name, int index)
+{
+    if (auto* combo = control<QComboBox>(name)) combo->setCurrentIndex(index);
+    else if (auto* list = control<QListWidget>(name)) list->setCurrentRow(index);
+}
+
+void MainWindow::selectTab(std::string_view name, int index)
+{
+    if (auto* tabs = control<QTabWidget>(name)) tabs->setCurrentIndex(index);
+}
+
+double MainWindow::twipsPerPixel() const { return twipsPerInch / logicalDpiX(); }
+
+void MainWindow::shiftMainWindowDown(double twips)
+{
+    shiftedTwips_ += twips;
+    const int pixels = static_cast<int>(shiftedTwips_ / twipsPerPixel());
+    if (pixels == 0) return;
+    shiftedTwips_ -= pixels * twipsPerPixel();
+    move(x(), y() + pixels);
+}
+
 void MainWindow::setText(std::string_view name, std::string_view text)
 {
     if (name == "lab_number") display_.setLabel(toQt(text));
@@ -221,10 +260,13 @@ std::string MainWindow::text(std::string_view name) const
 
 void MainWindow::setListItems(std::string_view name, const std::vector<std::string>& items)
 {
-    auto* list = control<QListWidget>(name);
-    if (!list) return;
-    list->clear();
-    for (const auto& item : items) list->addItem(toQt(item));
+    if (auto* combo = control<QComboBox>(name)) {
+        combo->clear();
+        for (const auto& item : items) combo->addItem(toQt(item));
+    } else if (auto* list = control<QListWidget>(name)) {
+        list->clear();
+        for (const auto& item : items) list->addItem(toQt(item));
+    }
 }
 
 std::string MainWindow::selectedItem(std::string_view name) const
@@ -237,17 +279,22 @@ std::string MainWindow::selectedItem(std::string_view name) const
 void MainWindow::showCallerPicture() { display_.showLaidOut(); }
 void MainWindow::unloadCallerPicture() { display_.hide(); }
 
-// The pick-up window comes with the call handling: nothing to close yet.
-void MainWindow::unloadPickup() {}
+void MainWindow::showPickup()
+{
+    pickup_.show();
+    pickup_.raise();
+}
+
+void MainWindow::setPickupCaption(std::string_view text) { pickup_.setCaption(toQt(text)); }
+void MainWindow::unloadPickup() { pickup_.hide(); }
 
 WindowPlacement MainWindow::mainWindowPlacement() const
 {
-    const double twipsPerPixel = twipsPerInch / logicalDpiX();
+    const double t = twipsPerPixel();
     const QRect frame = frameGeometry();
     const QScreen* current = screen();
     const double screenWidth = current ? current->geometry().width() : frame.right();
-    return {frame.x() * twipsPerPixel,     frame.y() * twipsPerPixel,  frame.width() * twipsPerPixel,
-            frame.height() * twipsPerPixel, screenWidth * twipsPerPixel, twipsPerPixel};
+    return {frame.x() * t, frame.y() * t, frame.width() * t, frame.height() * t, screenWidth * t, t};
 }
 
 void MainWindow::messageBox(MessageIcon icon, std::string_view title, std::string_view text)
@@ -277,5 +324,7 @@ std::string MainWindow::openFileDialog(std::string_view filter, const std::files
 }
 
 void MainWindow::beep() { QApplication::beep(); }
+
+void MainWindow::endProgram() { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); }
 
 } // namespace corvel

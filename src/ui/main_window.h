@@ -8,6 +8,7 @@
 
 #include "app/view.h"
 #include "ui/caller_display_window.h"
+#include "ui/pickup_window.h"
 
 namespace corvel {
 
@@ -32,8 +33,13 @@ public:
     std::string text(std::string_view control) const override;
     void setListItems(std::string_view control, const std::vector<std::string>& items) override;
     std::string selectedItem(std::string_view control) const override;
+    void setListIndex(std::string_view control, int index) override;
+    void selectTab(std::string_view control, int index) override;
+    void shiftMainWindowDown(double twips) override;
     void showCallerPicture() override;
     void unloadCallerPicture() override;
+    void showPickup() override;
+    void setPickupCaption(std::string_view text) override;
     void unloadPickup() override;
     WindowPlacement mainWindowPlacement() const override;
     void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override;
@@ -41,6 +47,7 @@ public:
     std::string inputBox(std::string_view prompt, std::string_view title) override;
     std::string openFileDialog(std::string_view filter, const std::filesystem::path& folder) override;
     void beep() override;
+    void endProgram() override;
 
 private:
     QWidget* callsPage();
@@ -50,7 +57,12 @@ private:
 
     std::array<QLabel*, 5> lamps_{};
     QLabel* keypressLegend_ = nullptr;
+    QWidget* linePage();
+    double twipsPerPixel() const;
+
     CallerDisplayWindow display_;
+    PickupWindow pickup_;
+    double shiftedTwips_ = 0; // moved by shiftMainWindowDown but not yet a whole pixel
     bool busy_ = false;
 };
 

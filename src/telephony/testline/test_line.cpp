@@ -101,6 +101,8 @@ void TestLine::placeCall(ScriptedCall call)
         log::warning("the test line is busy: the new caller gets the engaged tone");
         return;
     }
+    handedOver_ = false;
+    transcript_.clear(); // each caller hears their own call
     call_ = std::make_shared<Call>();
     call_->audio = CallerAudio(call.speech, call.speechAt);
     call_->script = std::move(call);
@@ -219,6 +221,16 @@ void TestLine::drop()
     stopRecording();
 }
 
+void TestLine::handOver()
+{
+    if (phase_ != Phase::Connected) return;
+    stopScript();
+    stopPlay();
+    stopRecording();
+    phase_ = Phase::Idle; // the caller talks to the user now, not to this line
+    handedOver_ = true;
+}
+
 bool TestLine::callActive() const { return phase_ == Phase::Connected; }
 
 void TestLine::setCallActive(bool active)
@@ -234,7 +246,15 @@ void TestLine::setCallActive(bool active)
 
 std::vector<LineDevice> TestLine::devices() const { return {{0, std::string(name)}}; }
 bool TestLine::lineOpen() const { return lineOpen_; }
-void TestLine::setLineOpen(bool open) { lineOpen_ = open; }
+void TestLine::setLineOpen(bool open)
+{
+    lastError_ = 0;
+    if (!open && lineOpen_ && closeError_ != 0) {
+        lastError_ = std::exchange(closeError_, 0);
+        return; // a device that fails to close stays open
+    }
+    lineOpen_ = open;
+}
 std::string TestLine::ownerApplication() const { return ownerApplication_; }
 std::string TestLine::callerNumber() const { return callerNumber_; }
 std::string TestLine::callerName() const { return callerName_; }

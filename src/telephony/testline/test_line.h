@@ -61,9 +61,15 @@ public:
     void pressKey(char key);
     void hangUp();
 
+    // The next closing of the line fails with this error, as a broken modem's would.
+    void failNextClose(std::int32_t error) { closeError_ = error; }
+
+    // What the caller of the last call heard.
     const std::vector<HeardPrompt>& transcript() const { return transcript_; }
     int ringCount() const { return ringCount_; }
     bool ringing() const;
+    // Whether the last call was handed over to the user's own telephone.
+    bool handedOver() const { return handedOver_; }
 
     std::vector<LineDevice> devices() const override;
     bool lineOpen() const override;
@@ -72,6 +78,7 @@ public:
     void setCallActive(bool active) override;
     void answer() override;
     void drop() override;
+    void handOver() override;
     std::string ownerApplication() const override;
     std::string callerNumber() const override;
     std::string callerName() const override;
@@ -79,7 +86,7 @@ public:
     bool numberUnavailable() const override;
     void setDeviceNumber(std::int32_t number) override { deviceNumber_ = number; }
     std::string deviceName() const override { return std::string(name); }
-    std::int32_t lastError() const override { return 0; }
+    std::int32_t lastError() const override { return lastError_; }
     std::string providerName() const override { return "Corvel test line"; }
     bool hasWaveOut() const override { return true; }
     std::int32_t waveOutNumber() const override { return 0; }
@@ -119,6 +126,9 @@ private:
     std::chrono::system_clock::time_point origin_; // loop time counts from here
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true); // posted events check it
     bool lineOpen_ = false;
+    std::int32_t lastError_ = 0;
+    std::int32_t closeError_ = 0;
+    bool handedOver_ = false;
     Phase phase_ = Phase::Idle;
     std::shared_ptr<Call> call_;       // the last call placed
     int ringCount_ = 0;

@@ -1,0 +1,57 @@
+// The keys an answered caller presses: their number while they are asked for it, "1" for a
+// message while they wait to be put through, and any key to end their message.
+
+#include "app/answer_phone.h"
+#include "app/text.h"
+#include "telephony/call_handling.h"
+
+namespace corvel {
+
+void CallHandling::digitpressed(std::string_view digit)
+{
+    CallControl& calls = phone_.calls;
+    CallState& call = calls.state();
+    if (call.callphase == CallPhase::PuttingThrough && digit == "1") {
+        calls.stopPlaying();
+        call.countdown = 10;
+        leavemessage();
+        call.callphase = CallPhase::Idle;
+        return;
+    }
+    if (call.callphase == CallPhase::TakingMessage) {
+        if (digit == "1") call.wantsmessage = true;
+        call.entrydone = true;
+        return;
+    }
+    if (call.callover) return;
+    call.countdown = 5; // the caller has five seconds for the next key
+    calls.stopPlaying();
+    calls.lightKeypressLamp();
+    if (digit == "#") endNumber();
+    else call.currentCaller += digit;
+}
+
+void CallHandling::endNumber()
+{
+    Line& line = phone_.ports.line;
+    CallState& call = phone_.calls.state();
+    if (line.recording()) line.setRecording(false);
+    call.entrydone = true;
+    if (call.inmessage) return; // only the first "#" of a call
+    call.inmessage = true;
+
+    const std::string number = call.currentCaller;
+    phone_.callLog.append(" keyed - " + number);
+    if (phone_.ports.folder.exists(Directory::fileName)) {
+        std::string spelled;
+        for (char c : number) (spelled += c) += ' ';
+        const auto name = phone_.directory.lookup(number);
+        phone_.speech.say((name ? *name : "") + ", " + spelled);
+    }
+    phone_.display.loadPhotoOrDefault(text::removeAll(number, '-'));
+    phone_.display.show();
+    phone_.callLog.rebuild();
+    if (readBack("", number)) transfer();
+}
+
+} // namespace corvel
