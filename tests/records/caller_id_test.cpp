@@ -96,7 +96,7 @@ TEST_F(CallerIdTest, DuringAnAnsweredCallOnlyTheCharacterAndTheCallTimerReact)
     call.callInProgress = true;
     call.currentCaller = "0123";
     ring(Identity::Withheld);
-    EXPECT_THAT(agent.calls, ElementsAre("Show"));
+    EXPECT_THAT(agent.calls, ElementsAre("Show", "Play Alert", "Show")) << "the ring, then the caller ID";
     EXPECT_GE(call.idleCountdown, 179) << "restarted at 180 by the caller ID a second ago";
     EXPECT_EQ(call.currentCaller, "0123");
     EXPECT_FALSE(has("calls.txt"));

@@ -13,6 +13,7 @@
 #include "support/recording_agent.h"
 #include "support/recording_view.h"
 #include "support/virtual_event_loop.h"
+#include "support/wave_files.h"
 #include "telephony/testline/test_line.h"
 
 namespace corvel::testing {
@@ -68,6 +69,31 @@ public:
         return {std::istreambuf_iterator<char>(in), {}};
     }
     bool has(const std::string& name) const { return std::filesystem::exists(data / name); }
+
+    // The prompts and read-back files a call plays, as tones of known lengths, and the line
+    // chosen and opened as the user would.
+    void readyForCalls()
+    {
+        for (const auto& [name, seconds] : std::initializer_list<std::pair<const char*, double>>{
+                 {"goodmorning.wav", 1.0}, {"goodafternoon.wav", 1.0}, {"goodevening.wav", 1.0},
+                 {"askfornumber.wav", 2.0}, {"pleasewait.wav", 1.5}, {"nobodyavailable.wav", 2.0},
+                 {"leavemessage.wav", 1.5}, {"from.wav", 0.5}})
+            writeTone(data / name, seconds);
+        for (char d = '0'; d <= '9'; ++d) writeTone(data / (std::string(1, d) + ".wav"), 0.3);
+        phone.handling.chooseDevice(0);
+        agent.calls.clear();
+    }
+
+    // The files the caller heard, in order, each run of repeats shown once.
+    std::vector<std::string> heard() const
+    {
+        std::vector<std::string> names;
+        for (const HeardPrompt& prompt : line.transcript()) {
+            const std::string name = std::filesystem::path(prompt.file).filename();
+            if (prompt.heard > Milliseconds{0} && (names.empty() || names.back() != name)) names.push_back(name);
+        }
+        return names;
+    }
 
     // The texts the character was given to speak, without the volume tag.
     std::vector<std::string> spoken() const

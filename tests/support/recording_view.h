@@ -29,7 +29,13 @@ public:
     WindowPlacement placement{3000, 3000, 4000, 2590, 19200, 15};
     bool busy = false;
     bool displayShown = false;
+    bool pickupShown = false;
+    std::vector<std::string> pickupCaptions;
     int beeps = 0;
+    int windowMoves = 0;
+    double shiftedTwips = 0; // where shaking has left the main window
+    bool programEnded = false;
+    std::map<std::string, int, std::less<>> listIndexes; // also the selected tab of a tab control
     std::map<std::string, std::filesystem::path, std::less<>> pictures;
     std::map<std::string, std::string, std::less<>> texts;
     std::map<std::string, std::vector<std::string>, std::less<>> lists;
@@ -72,6 +78,13 @@ public:
         lists[std::string(control)] = items;
     }
     std::string selectedItem(std::string_view) const override { return selected; }
+    void setListIndex(std::string_view control, int index) override { listIndexes[std::string(control)] = index; }
+    void selectTab(std::string_view control, int index) override { listIndexes[std::string(control)] = index; }
+    void shiftMainWindowDown(double twips) override
+    {
+        shiftedTwips += twips;
+        ++windowMoves;
+    }
     void showCallerPicture() override
     {
         displayShown = true;
@@ -82,7 +95,17 @@ public:
         displayShown = false;
         events.emplace_back("unload frm_display");
     }
-    void unloadPickup() override { events.emplace_back("unload frm_pickup"); }
+    void showPickup() override
+    {
+        pickupShown = true;
+        events.emplace_back("show frm_pickup");
+    }
+    void setPickupCaption(std::string_view text) override { pickupCaptions.emplace_back(text); }
+    void unloadPickup() override
+    {
+        pickupShown = false;
+        events.emplace_back("unload frm_pickup");
+    }
     WindowPlacement mainWindowPlacement() const override { return placement; }
     void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override
     {
@@ -98,6 +121,7 @@ public:
         return answer(fileAnswers, filter, std::string());
     }
     void beep() override { ++beeps; }
+    void endProgram() override { programEnded = true; }
 
 private:
     template <typename T> T answer(std::deque<T>& script, std::string_view question, T otherwise)
