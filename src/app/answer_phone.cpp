@@ -1,5 +1,8 @@
 #include "app/answer_phone.h"
 
+#include "app/text.h"
+#include "update/web_link.h"
+
 namespace corvel {
 
 AnswerPhone::AnswerPhone(Ports ports_)
@@ -15,7 +18,10 @@ AnswerPhone::AnswerPhone(Ports ports_)
       callerIdentity(ports.line, calls.state(), ports.agent, speech, directory, display, callLog),
       messages(ports.folder, indicator),
       playback(ports.folder, ports.view, ports.speaker, speech, display, messages, newCalls, ports.desktop),
-      handling(*this)
+      handling(*this),
+      window(ports.view, ports.settings, ports.loop, speech),
+      options(ports.view, ports.settings, ports.agent, speech, ports.autostart),
+      promptFiles(ports.folder, ports.view, ports.settings, ports.speaker, ports.shell, speech)
 {
     calls.setRoutines(this);
 }
@@ -29,12 +35,68 @@ void AnswerPhone::loadRecords()
     directory.loadcontacts();
 }
 
+bool AnswerPhone::requestClose()
+{
+    if (downloading) {
+        speech.say("I`m downloading, please wait!");
+        ports.view.messageBox(MessageIcon::Exclamation, applicationTitle,
+                              "I`m still downloading. Please wait until I have finished.");
+        return false;
+    }
+    shutdown();
+    return true;
+}
+
 void AnswerPhone::shutdown()
 {
     calls.standby();
+    ports.view.releaseTrayIcon();
+    if (window.expanded()) window.saveTop();
     ports.line.setLineOpen(false);
     ports.view.endProgram();
 }
+
+std::vector<TrayMenuEntry> AnswerPhone::trayMenu()
+{
+    return {{"-= Menu =-", "menu"}, {"-", ""},       {"Minimise", "min"}, {"-", ""}, {"Maximise", "max"},
+            {"-", ""},             {"About Corvel", "about"}, {"-", ""}, {"Exit Corvel", "exit"}};
+}
+
+void AnswerPhone::trayMenuClicked(std::string_view key)
+{
+    View& view = ports.view;
+    if (key == "exit") {
+        speech.say("Please wait!");
+        requestClose();
+        return;
+    }
+    if (key == "min") {
+        window.hideToTray();
+        return;
+    }
+    view.setMainWindowVisible(true);
+    settings::writeData(ports.settings, "hide", "False");
+    if (key == "about") {
+        window.expand();
+        view.selectTab("SSTab1", 7);
+    } else if (key == "menu") {
+        window.toggleSize();
+    }
+}
+
+void AnswerPhone::trayDoubleClicked()
+{
+    window.expand();
+    ports.view.selectTab("SSTab1", 0);
+}
+
+void AnswerPhone::closeClicked()
+{
+    speech.say("Please wait");
+    requestClose();
+}
+
+void AnswerPhone::webLinkClicked() { linkup(ports.shell, ports.view, std::string(defaultWebSite) + "/corvel.htm"); }
 
 void AnswerPhone::ring(std::int32_t count) { handling.ring(count); }
 void AnswerPhone::callerId() { callerIdentity.callerId(); }

@@ -2,17 +2,22 @@
 
 #include <filesystem>
 
+#include "app/autostart.h"
 #include "app/data_folder.h"
 #include "app/event_loop.h"
 #include "app/locale_texts.h"
+#include "app/options.h"
 #include "app/settings_store.h"
+#include "app/shell.h"
 #include "app/sound_output.h"
 #include "app/two_digit_indicator.h"
 #include "app/view.h"
+#include "app/window_behaviour.h"
 #include "character/agent.h"
 #include "character/character_speech.h"
 #include "messages/message_playback.h"
 #include "messages/message_store.h"
+#include "prompts/prompt_files.h"
 #include "records/call_log.h"
 #include "records/caller_display.h"
 #include "records/caller_id.h"
@@ -35,6 +40,8 @@ struct Ports {
     SoundOutput& speaker;
     const LocaleTexts& locale;
     const DataFolder& folder;
+    Shell& shell;
+    Autostart& autostart;
     std::filesystem::path desktop; // where messages the user keeps are put
 };
 
@@ -45,11 +52,27 @@ public:
     explicit AnswerPhone(Ports ports);
     ~AnswerPhone();
 
+    // Brings everything up in order: window position, line, options, records, prompts, the
+    // character and the tray icon. `line` chooses a line device as the user would, first.
+    void startUp(std::optional<int> line = std::nullopt);
     // Fills the message counters, the recent-calls box and the contacts list.
     void loadRecords();
-    // Ends whatever call is up, closes the line and ends the program.
+    // Closing the main window: refused while a download runs, else ends any call, closes the
+    // line and ends the program. False when refused.
+    bool requestClose();
+    // Ends the program through the closing path, whatever is going on.
     void shutdown();
 
+    // The tray icon's menu, its choices and its double-click.
+    static std::vector<TrayMenuEntry> trayMenu();
+    void trayMenuClicked(std::string_view key);
+    void trayDoubleClicked();
+    // Image2, the close button on the panel.
+    void closeClicked();
+    // Label37, the link to Corvel's web site.
+    void webLinkClicked();
+
+    bool downloading = false; // an update is being fetched
     Ports ports;
     TwoDigitIndicator indicator;
     CallControl calls;
@@ -63,6 +86,9 @@ public:
     MessageStore messages;
     MessagePlayback playback;
     CallHandling handling;
+    WindowBehaviour window;
+    Options options;
+    PromptFiles promptFiles;
 
 private:
     void ring(std::int32_t count) override;

@@ -205,6 +205,14 @@ void DataFolder::installShipped(const fs::path& shipped) const
     if (error) failed("read the shipped files in", shipped, error);
 }
 
+bool replaceFile(const fs::path& path, std::string_view content)
+{
+    const DataFolder folder(path.parent_path());
+    const std::string name = path.filename().string();
+    const std::string scratch = name + ".part";
+    return folder.writeFile(scratch, content, false) && folder.replaceWith(scratch, name);
+}
+
 bool moveFile(const fs::path& from, const fs::path& to)
 {
     std::error_code error;

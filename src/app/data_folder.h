@@ -53,6 +53,9 @@ private:
     std::filesystem::path root_;
 };
 
+// Writes `content` to `path` through a flushed scratch file beside it and one rename.
+bool replaceFile(const std::filesystem::path& path, std::string_view content);
+
 // Moves a file, copying it when it must cross to another file system.
 bool moveFile(const std::filesystem::path& from, const std::filesystem::path& to);
 

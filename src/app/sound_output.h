@@ -12,6 +12,7 @@ public:
     // A file that cannot be played is logged and leaves the speaker silent: there is no
     // default sound in its place.
     virtual void playfile(const std::string& filename) = 0;
+    virtual void stop() = 0;
 };
 
 } // namespace corvel

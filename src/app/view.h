@@ -22,6 +22,13 @@ struct WindowPlacement {
     double height = 0;
     double screenWidth = 0;
     double twipsPerPixel = 15;
+    double screenHeight = 0;
+};
+
+// An entry of the tray icon's menu; a caption of "-" is a separator.
+struct TrayMenuEntry {
+    std::string caption;
+    std::string key;
 };
 
 // What the windows show and what the dialogs ask, as the behaviour sees them. Controls are
@@ -42,9 +49,18 @@ public:
     virtual void setListItems(std::string_view control, const std::vector<std::string>& items) = 0;
     virtual std::string selectedItem(std::string_view control) const = 0;
     virtual void setListIndex(std::string_view control, int index) = 0;
+    virtual bool isChecked(std::string_view box) const = 0;
+    // Ticks or clears a check box without running its click handling.
+    virtual void setChecked(std::string_view box, bool ticked) = 0;
     virtual void selectTab(std::string_view control, int index) = 0;
     // Moves the main window down (up for a negative distance) by so many twips.
     virtual void shiftMainWindowDown(double twips) = 0;
+    virtual void moveMainWindow(double left, double top) = 0; // twips
+    virtual void setMainWindowHeight(double twips) = 0;
+    virtual void setMainWindowVisible(bool visible) = 0;
+    // The notification-area icon with its menu and tip; its clicks come back to the answer phone.
+    virtual void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) = 0;
+    virtual void releaseTrayIcon() = 0;
 
     // frm_display, the caller's picture with its label, shown without holding anything up.
     virtual void showCallerPicture() = 0;

@@ -33,6 +33,7 @@ public:
     virtual int width() const = 0;  // pixels
     virtual AgentRequest moveTo(int x, int y) = 0; // screen pixels, default speed
     virtual void hide() = 0;
+    virtual void setSoundEffects(bool on) = 0;
 
 protected:
     AgentEvents* listener() const { return listener_; }

@@ -22,6 +22,7 @@ public:
     int width() const override { return 0; }
     AgentRequest moveTo(int x, int y) override;
     void hide() override {}
+    void setSoundEffects(bool) override {}
 
 private:
     AgentRequest complete();

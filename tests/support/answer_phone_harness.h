@@ -40,6 +40,23 @@ public:
     {
         played.push_back(std::filesystem::path(filename).filename().string());
     }
+    void stop() override { played.emplace_back("(stop)"); }
+};
+
+// The desktop: remembers what was opened; the browser is whatever `browser` says.
+class RecordingShell final : public Shell {
+public:
+    std::vector<std::string> opened; // files and addresses, in order
+    std::optional<std::string> browser = "browser.desktop";
+    bool browserStarts = true;
+
+    void openInTextEditor(const std::filesystem::path& file) override { opened.push_back(file.filename()); }
+    std::optional<std::string> webBrowser() override { return browser; }
+    bool startBrowser(const std::string& program, const std::string& address) override
+    {
+        opened.push_back(program + " " + address);
+        return browserStarts;
+    }
 };
 
 // A whole answer phone on the virtual loop and the test line, with its data folder in a
@@ -124,7 +141,9 @@ public:
     RecordingSpeaker speaker;
     FixedLocale locale;
     DataFolder folder{data};
-    AnswerPhone phone{{loop, settings, line, agent, view, speaker, locale, folder, desktop}};
+    RecordingShell shell;
+    Autostart autostart{top / "autostart" / "corvel.desktop", "/usr/bin/corvel"};
+    AnswerPhone phone{{loop, settings, line, agent, view, speaker, locale, folder, shell, autostart, desktop}};
 };
 
 } // namespace corvel::testing

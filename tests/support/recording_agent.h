@@ -26,6 +26,7 @@ public:
         return record("MoveTo " + std::to_string(x) + " " + std::to_string(y));
     }
     void hide() override { record("Hide"); }
+    void setSoundEffects(bool on) override { record(on ? "SoundEffects on" : "SoundEffects off"); }
 
     void completeRequest(AgentRequest request) { listener()->requestComplete(request); }
 

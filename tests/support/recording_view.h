@@ -26,7 +26,7 @@ public:
     std::vector<std::string> events; // "busy", "idle", "unload frm_display", "show frm_display", ...
     std::vector<std::string> questions; // the text of every dialog asked, in order
     LineLamps lamps;
-    WindowPlacement placement{3000, 3000, 4000, 2590, 19200, 15};
+    WindowPlacement placement{3000, 3000, 4000, 2590, 19200, 15, 10800};
     bool busy = false;
     bool displayShown = false;
     bool pickupShown = false;
@@ -36,6 +36,12 @@ public:
     double shiftedTwips = 0; // where shaking has left the main window
     bool programEnded = false;
     std::map<std::string, int, std::less<>> listIndexes; // also the selected tab of a tab control
+    std::map<std::string, bool, std::less<>> checked;
+    std::vector<double> heights; // every height the main window was given, in order
+    bool windowVisible = true;
+    std::vector<TrayMenuEntry> trayMenu;
+    std::string trayTip;
+    bool trayShown = false;
     std::map<std::string, std::filesystem::path, std::less<>> pictures;
     std::map<std::string, std::string, std::less<>> texts;
     std::map<std::string, std::vector<std::string>, std::less<>> lists;
@@ -80,6 +86,30 @@ public:
     std::string selectedItem(std::string_view) const override { return selected; }
     void setListIndex(std::string_view control, int index) override { listIndexes[std::string(control)] = index; }
     void selectTab(std::string_view control, int index) override { listIndexes[std::string(control)] = index; }
+    bool isChecked(std::string_view box) const override
+    {
+        const auto found = checked.find(box);
+        return found != checked.end() && found->second;
+    }
+    void setChecked(std::string_view box, bool ticked) override { checked[std::string(box)] = ticked; }
+    void moveMainWindow(double left, double top) override
+    {
+        placement.left = left;
+        placement.top = top;
+    }
+    void setMainWindowHeight(double twips) override
+    {
+        placement.height = twips;
+        heights.push_back(twips);
+    }
+    void setMainWindowVisible(bool visible) override { windowVisible = visible; }
+    void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) override
+    {
+        trayMenu = menu;
+        trayTip = tip;
+        trayShown = true;
+    }
+    void releaseTrayIcon() override { trayShown = false; }
     void shiftMainWindowDown(double twips) override
     {
         shiftedTwips += twips;

@@ -290,6 +290,7 @@ void TestLine::startPrompt()
     promptStartedAt_ = loopTime();
     transcript_.push_back({prompt.file, promptStartedAt_ - connectedAt_, Milliseconds{0}, false});
     playAlarm_->start(prompt.length);
+    if (ear_) ear_->playfile(prompt.file);
 }
 
 void TestLine::promptEnded()
@@ -320,6 +321,7 @@ void TestLine::stopPlay()
     if (!playing_) return;
     playing_ = false;
     playAlarm_->stop();
+    if (ear_) ear_->stop();
     HeardPrompt& current = transcript_.back();
     if (!current.complete) {
         current.heard = std::clamp(loopTime() - promptStartedAt_, Milliseconds{0},
@@ -348,6 +350,7 @@ void TestLine::setRecording(bool recording)
         stopRecording();
     } else if (!recording_) {
         recording_ = std::make_unique<Recording>(Recording{recordFile(), loopTime(), call_});
+        if (mouth_) mouth_->start();
     }
 }
 
@@ -358,7 +361,14 @@ void TestLine::stopRecording()
     const Milliseconds stoppedAt = loopTime();
     const Call* call = finished->call.get();
     std::vector<std::int16_t> samples;
-    if (call && call->connectedAt) {
+    if (mouth_) {
+        // What the person said, fitted to the time the line recorded.
+        samples = mouth_->stop();
+        samples.resize(static_cast<std::size_t>(
+                           std::max<Milliseconds::rep>(0, (stoppedAt - finished->startedAt).count()) *
+                           lineSamplesPerMillisecond),
+                       0);
+    } else if (call && call->connectedAt) {
         samples = call->audio.samples(finished->startedAt - *call->connectedAt,
                                       stoppedAt - *call->connectedAt);
         if (call->leftAt && *call->leftAt < stoppedAt) {

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "app/event_loop.h"
+#include "app/microphone.h"
+#include "app/sound_output.h"
 #include "telephony/line.h"
 
 namespace corvel {
@@ -60,6 +62,14 @@ public:
     // The caller acts now, outside the script (the desktop's test-line panel does this).
     void pressKey(char key);
     void hangUp();
+
+    // A person playing the caller: they hear the prompts on `ear` and speak into `mouth`,
+    // instead of the script's speech.
+    void setLiveCaller(SoundOutput* ear, Microphone* mouth)
+    {
+        ear_ = ear;
+        mouth_ = mouth;
+    }
 
     // The next closing of the line fails with this error, as a broken modem's would.
     void failNextClose(std::int32_t error) { closeError_ = error; }
@@ -125,6 +135,8 @@ private:
     EventLoop& loop_;
     std::chrono::system_clock::time_point origin_; // loop time counts from here
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true); // posted events check it
+    SoundOutput* ear_ = nullptr;
+    Microphone* mouth_ = nullptr;
     bool lineOpen_ = false;
     std::int32_t lastError_ = 0;
     std::int32_t closeError_ = 0;

@@ -1,0 +1,54 @@
+#include "app/headless_view.h"
+
+#include "app/log.h"
+
+namespace corvel {
+
+std::string HeadlessView::text(std::string_view control) const
+{
+    const auto found = texts_.find(control);
+    return found == texts_.end() ? std::string() : found->second;
+}
+
+bool HeadlessView::isChecked(std::string_view box) const
+{
+    const auto found = checked_.find(box);
+    return found != checked_.end() && found->second;
+}
+
+void HeadlessView::moveMainWindow(double left, double top)
+{
+    placement_.left = left;
+    placement_.top = top;
+}
+
+void HeadlessView::messageBox(MessageIcon, std::string_view title, std::string_view text)
+{
+    log::info("message box \"" + std::string(title) + "\": " + std::string(text));
+}
+
+bool HeadlessView::askYesNo(std::string_view title, std::string_view text)
+{
+    log::info("question \"" + std::string(title) + "\": " + std::string(text) + " (answered Yes)");
+    return true;
+}
+
+std::string HeadlessView::inputBox(std::string_view prompt, std::string_view title)
+{
+    log::info("input box \"" + std::string(title) + "\": " + std::string(prompt) + " (cancelled)");
+    return {};
+}
+
+std::string HeadlessView::openFileDialog(std::string_view filter, const std::filesystem::path&)
+{
+    log::info("file dialog " + std::string(filter) + " (cancelled)");
+    return {};
+}
+
+void HeadlessView::endProgram()
+{
+    log::info("Corvel ends");
+    quit_();
+}
+
+} // namespace corvel

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "app/autostart.h"
+#include "app/settings_store.h"
+#include "app/view.h"
+#include "character/agent.h"
+#include "character/character_speech.h"
+
+namespace corvel {
+
+// The options on the settings pages: check boxes written at once, caption labels that toggle
+// them, and the ring, transfer and volume values changed by down and up buttons.
+class Options {
+public:
+    struct CheckBox {
+        std::string_view box;
+        std::string_view key; // empty for chk_lww, which is the autostart entry
+        std::string_view caption;
+    };
+    struct Stepper {
+        std::string_view field;
+        std::string_view key;
+        std::string_view down;
+        std::string_view up;
+        long long lowest;
+        std::optional<long long> highest; // the transfer time has none
+    };
+    static const std::vector<CheckBox> checkBoxes;
+    static const std::vector<Stepper> steppers;
+
+    Options(View& view, SettingsStore& settings, Agent& agent, CharacterSpeech& speech, Autostart& autostart);
+
+    void checkBoxClicked(std::string_view box);
+    void captionClicked(std::string_view caption);
+    void stepClicked(std::string_view button);
+
+private:
+    View& view_;
+    SettingsStore& settings_;
+    Agent& agent_;
+    CharacterSpeech& speech_;
+    Autostart& autostart_;
+};
+
+} // namespace corvel

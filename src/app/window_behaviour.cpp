@@ -1,0 +1,84 @@
+#include "app/window_behaviour.h"
+
+#include <cmath>
+#include <sstream>
+
+namespace corvel {
+namespace {
+
+// The window position is kept under "Withheld", spelled with a capital as its routines
+// always did; names compare without regard to case, so it is the same application.
+constexpr std::string_view positionApplication = "Withheld";
+constexpr double growStep = 200;
+
+} // namespace
+
+std::string positionText(double twips)
+{
+    if (twips == std::floor(twips)) return std::to_string(static_cast<long long>(twips));
+    std::ostringstream text;
+    text << twips;
+    return text.str();
+}
+
+WindowBehaviour::WindowBehaviour(View& view, SettingsStore& settings, EventLoop& loop, CharacterSpeech& speech)
+    : view_(view), settings_(settings), loop_(loop), speech_(speech)
+{
+}
+
+void WindowBehaviour::savePosition(std::string_view key, double twips)
+{
+    settings_.write(positionApplication, settings::data, key, positionText(twips));
+}
+
+void WindowBehaviour::expand()
+{
+    const WindowPlacement window = view_.mainWindowPlacement();
+    if (window.top + expandedHeight > window.screenHeight) {
+        expanded_ = true;
+        savedTop_ = window.top;
+        view_.moveMainWindow(window.left, window.screenHeight - expandedHeight);
+        saveTop();
+    }
+    view_.selectTab("SSTab1", 0);
+    for (double height = window.height; height < expandedHeight; height += growStep) {
+        view_.setMainWindowHeight(height);
+        loop_.processPending();
+    }
+    view_.setMainWindowHeight(expandedHeight);
+}
+
+void WindowBehaviour::shrink()
+{
+    view_.setMainWindowHeight(shrunkHeight);
+    if (expanded_) {
+        view_.moveMainWindow(view_.mainWindowPlacement().left, savedTop_);
+        expanded_ = false;
+        saveTop();
+    }
+    speech_.geniemove();
+}
+
+void WindowBehaviour::toggleSize()
+{
+    if (view_.mainWindowPlacement().height == expandedHeight) shrink();
+    else expand();
+}
+
+void WindowBehaviour::hideToTray()
+{
+    view_.setMainWindowVisible(false);
+    settings::writeData(settings_, "hide", "True");
+}
+
+void WindowBehaviour::released(bool dragged)
+{
+    if (dragged) speech_.geniemove();
+    const WindowPlacement window = view_.mainWindowPlacement();
+    savePosition("frmx", window.left);
+    savePosition("frmy", window.top);
+}
+
+void WindowBehaviour::saveTop() { savePosition("frmy", view_.mainWindowPlacement().top); }
+
+} // namespace corvel
