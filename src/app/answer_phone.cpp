@@ -21,7 +21,9 @@ AnswerPhone::AnswerPhone(Ports ports_)
       handling(*this),
       window(ports.view, ports.settings, ports.loop, speech),
       options(ports.view, ports.settings, ports.agent, speech, ports.autostart),
-      promptFiles(ports.folder, ports.view, ports.settings, ports.speaker, ports.shell, speech)
+      promptFiles(ports.folder, ports.view, ports.settings, ports.speaker, ports.shell, speech),
+      updates(ports.loop, ports.http, ports.settings, ports.view, speech, ports.shell,
+              {webSite(), ports.cacheFolder}, downloading, [this] { shutdown(); })
 {
     calls.setRoutines(this);
 }
@@ -96,7 +98,14 @@ void AnswerPhone::closeClicked()
     requestClose();
 }
 
-void AnswerPhone::webLinkClicked() { linkup(ports.shell, ports.view, std::string(defaultWebSite) + "/corvel.htm"); }
+std::string AnswerPhone::webSite() const
+{
+    std::string site = ports.webSite.empty() ? settings::readData(ports.settings, "website", defaultWebSite) : ports.webSite;
+    while (site.ends_with('/')) site.pop_back();
+    return site;
+}
+
+void AnswerPhone::webLinkClicked() { linkup(ports.shell, ports.view, webSite() + "/corvel.htm"); }
 
 void AnswerPhone::ring(std::int32_t count) { handling.ring(count); }
 void AnswerPhone::callerId() { callerIdentity.callerId(); }

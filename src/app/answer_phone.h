@@ -5,6 +5,7 @@
 #include "app/autostart.h"
 #include "app/data_folder.h"
 #include "app/event_loop.h"
+#include "app/http.h"
 #include "app/locale_texts.h"
 #include "app/options.h"
 #include "app/settings_store.h"
@@ -27,6 +28,7 @@
 #include "telephony/call_control.h"
 #include "telephony/call_handling.h"
 #include "telephony/line.h"
+#include "update/update_check.h"
 
 namespace corvel {
 
@@ -42,7 +44,10 @@ struct Ports {
     const DataFolder& folder;
     Shell& shell;
     Autostart& autostart;
-    std::filesystem::path desktop; // where messages the user keeps are put
+    Http& http;
+    std::filesystem::path desktop;     // where messages the user keeps are put
+    std::filesystem::path cacheFolder; // where an update is downloaded to
+    std::string webSite = {};          // the --web-site option; empty: the setting, or Corvel's own
 };
 
 // The whole answer phone behind the main window: the call on the line, the caller records and
@@ -71,6 +76,8 @@ public:
     void closeClicked();
     // Label37, the link to Corvel's web site.
     void webLinkClicked();
+    // The web site's address: the command line's, else the "website" setting, else Corvel's own.
+    std::string webSite() const;
 
     bool downloading = false; // an update is being fetched
     Ports ports;
@@ -89,6 +96,7 @@ public:
     WindowBehaviour window;
     Options options;
     PromptFiles promptFiles;
+    UpdateCheck updates;
 
 private:
     void ring(std::int32_t count) override;

@@ -40,6 +40,10 @@ public:
     void showPickup() override {}
     void setPickupCaption(std::string_view) override {}
     void unloadPickup() override {}
+    void showDownload() override {}
+    void setDownloadText(std::string_view) override {}
+    void setDownloadShapeVisible(bool) override {}
+    void closeDownload() override {}
     WindowPlacement mainWindowPlacement() const override { return placement_; }
     void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override;
     // The default answer of a Yes/No question is Yes, its first button.

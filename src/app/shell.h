@@ -10,8 +10,9 @@ namespace corvel {
 class Shell {
 public:
     virtual ~Shell() = default;
-    // Opens a text file in the user's text editor, without waiting; failures are logged.
-    virtual void openInTextEditor(const std::filesystem::path& file) = 0;
+    // Opens a file with the program the desktop gives its type (a text editor for notes, the
+    // package installer for an update), without waiting; false when nothing could open it.
+    virtual bool openFile(const std::filesystem::path& file) = 0;
     // The program the desktop opens web pages with, or nothing when there is none.
     virtual std::optional<std::string> webBrowser() = 0;
     // Starts `program` on `address`; false when it could not be started.

@@ -69,6 +69,11 @@ public:
     virtual void showPickup() = 0;
     virtual void setPickupCaption(std::string_view text) = 0;
     virtual void unloadPickup() = 0;
+    // frm_download, the progress of an update's download: its text and its blinking shape.
+    virtual void showDownload() = 0;
+    virtual void setDownloadText(std::string_view text) = 0;
+    virtual void setDownloadShapeVisible(bool visible) = 0;
+    virtual void closeDownload() = 0;
     virtual WindowPlacement mainWindowPlacement() const = 0;
 
     virtual void messageBox(MessageIcon icon, std::string_view title, std::string_view text) = 0;

@@ -41,7 +41,7 @@ void PromptFiles::clicked(std::string_view button)
 void PromptFiles::change(const Prompt& prompt)
 {
     // The notes on recording prompts open first, whatever the user then picks.
-    shell_.openInTextEditor(folder_.root() / "notes.txt");
+    shell_.openFile(folder_.root() / "notes.txt");
     const std::string chosen = view_.openFileDialog("Wav files (*.wav)|*.wav", {});
     if (chosen.size() < 2) {
         speech_.say("You did not select a file!");

@@ -184,7 +184,7 @@ TEST_F(DesktopTest, ChangingAPromptOpensTheNotesAndKeepsTheOldFileOnCancel)
 TEST_F(DesktopTest, TheWebLinkNeedsABrowser)
 {
     phone.webLinkClicked();
-    EXPECT_THAT(shell.opened, ElementsAre("browser.desktop https://corvel.example.org/corvel.htm"));
+    EXPECT_THAT(shell.opened, ElementsAre("browser.desktop https://corvel.test/corvel.htm"));
     shell.browserStarts = false;
     phone.webLinkClicked();
     shell.browser.reset();

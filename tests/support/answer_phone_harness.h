@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -50,13 +51,38 @@ public:
     std::optional<std::string> browser = "browser.desktop";
     bool browserStarts = true;
 
-    void openInTextEditor(const std::filesystem::path& file) override { opened.push_back(file.filename()); }
+    bool openFile(const std::filesystem::path& file) override
+    {
+        opened.push_back(file.filename());
+        return true;
+    }
     std::optional<std::string> webBrowser() override { return browser; }
     bool startBrowser(const std::string& program, const std::string& address) override
     {
         opened.push_back(program + " " + address);
         return browserStarts;
     }
+};
+
+// The web: replies by address, given at once through the loop; unknown addresses fail.
+class ScriptedHttp final : public Http {
+public:
+    bool connected = true;
+    std::map<std::string, HttpReply> replies;
+    std::map<std::string, Milliseconds> delays; // how long a reply takes to come, by address
+    std::vector<std::string> fetched;
+
+    bool online() override { return connected; }
+    void get(const std::string& url, std::size_t, std::function<void(HttpReply)> done) override
+    {
+        fetched.push_back(url);
+        const auto found = replies.find(url);
+        HttpReply reply = found == replies.end() ? HttpReply{false, "", "", "404 Not Found"} : found->second;
+        const auto delay = delays.find(url);
+        loop_->schedule(loop_->elapsed() + (delay == delays.end() ? Milliseconds{0} : delay->second),
+                        [done = std::move(done), reply] { done(reply); });
+    }
+    VirtualEventLoop* loop_ = nullptr;
 };
 
 // A whole answer phone on the virtual loop and the test line, with its data folder in a
@@ -73,6 +99,7 @@ public:
         std::filesystem::create_directories(data / "digits");
         for (char d = '0'; d <= '9'; ++d) writeFile(std::string("digits/") + d + ".gif", "GIF89a");
         line.setLineOpen(true);
+        http.loop_ = &loop;
     }
     ~AnswerPhoneHarness() { std::filesystem::remove_all(top); }
 
@@ -143,7 +170,9 @@ public:
     DataFolder folder{data};
     RecordingShell shell;
     Autostart autostart{top / "autostart" / "corvel.desktop", "/usr/bin/corvel"};
-    AnswerPhone phone{{loop, settings, line, agent, view, speaker, locale, folder, shell, autostart, desktop}};
+    ScriptedHttp http;
+    AnswerPhone phone{{loop, settings, line, agent, view, speaker, locale, folder, shell, autostart, http, desktop,
+                       top / "cache", "https://corvel.test"}};
 };
 
 } // namespace corvel::testing

@@ -35,6 +35,8 @@ public:
     int windowMoves = 0;
     double shiftedTwips = 0; // where shaking has left the main window
     bool programEnded = false;
+    bool downloadShown = false;
+    std::vector<std::string> downloadTexts;
     std::map<std::string, int, std::less<>> listIndexes; // also the selected tab of a tab control
     std::map<std::string, bool, std::less<>> checked;
     std::vector<double> heights; // every height the main window was given, in order
@@ -150,6 +152,10 @@ public:
     {
         return answer(fileAnswers, filter, std::string());
     }
+    void showDownload() override { downloadShown = true; }
+    void setDownloadText(std::string_view text) override { downloadTexts.emplace_back(text); }
+    void setDownloadShapeVisible(bool) override {}
+    void closeDownload() override { downloadShown = false; }
     void beep() override { ++beeps; }
     void endProgram() override { programEnded = true; }
 

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "app/event_loop.h"
+#include "app/http.h"
+#include "app/settings_store.h"
+#include "app/shell.h"
+#include "app/view.h"
+#include "character/character_speech.h"
+
+namespace corvel {
+
+// What the version list offers Corvel: "corvel:<version>", optionally followed by a blank and
+// "sha256=<64 hex digits>", the installer's digest.
+struct OfferedVersion {
+    std::string version;
+    std::optional<std::string> sha256;
+};
+// Reads the list without regard to case; none when it does not mention Corvel.
+std::optional<OfferedVersion> offeredVersion(std::string_view list);
+
+// The frm_download text for a number of minutes.
+std::string downloadText(int minutes);
+
+// Once a run, when the computer is online: looks for a newer Corvel on the web site, offers it
+// once per version, downloads it while frm_download counts the minutes, checks it, and opens it
+// with the desktop's installer, closing Corvel for it.
+class UpdateCheck {
+public:
+    struct Places {
+        std::string webSite;               // without a trailing "/"
+        std::filesystem::path cacheFolder; // where the installer is saved
+    };
+
+    UpdateCheck(EventLoop& loop, Http& http, SettingsStore& settings, View& view, CharacterSpeech& speech,
+                Shell& shell, Places places, bool& downloading, std::function<void()> endProgram);
+    ~UpdateCheck();
+
+    // The minute timer Timer_hide: the window's visibility from "hide", then the check.
+    void timerHideTick();
+    void check();
+
+private:
+    HttpReply fetch(const std::string& path, std::size_t maxBytes);
+    void download(const OfferedVersion& offer);
+    void downloadFailed();
+    std::filesystem::path installer() const;
+
+    EventLoop& loop_;
+    Http& http_;
+    SettingsStore& settings_;
+    View& view_;
+    CharacterSpeech& speech_;
+    Shell& shell_;
+    Places places_;
+    bool& downloading_;
+    std::function<void()> endProgram_;
+    bool updatechecked_ = false;
+    std::unique_ptr<Timer> timerHide_;
+    std::unique_ptr<Timer> elapsed_;
+    std::unique_ptr<Timer> flash_;
+    std::int16_t minutes_ = 0;
+    bool shapeShown_ = true;
+};
+
+} // namespace corvel
