@@ -42,6 +42,17 @@ public:
 
 enum class TimerKind { Repeating, SingleShot };
 
+// A file descriptor watched by the event loop: while enabled, its handler runs from the loop
+// whenever the descriptor can be read (or written) without blocking. A handler that leaves
+// data unread (or has nothing more to write) disables its watch; otherwise it is called again
+// on the next turn. A watch starts enabled; destroying it stops it.
+class Watch {
+public:
+    virtual ~Watch() = default;
+    virtual void setEnabled(bool enabled) = 0;
+    virtual bool enabled() const = 0;
+};
+
 // The one thread's event loop. Everything in Corvel runs in handlers called from here.
 class EventLoop : public Clock {
 public:
@@ -51,6 +62,10 @@ public:
     // Runs `task` on a later turn of the loop, after the handler that posted it returns
     // or yields.
     virtual void post(std::function<void()> task) = 0;
+
+    // Watches `fd` (which stays the caller's to close, after the watch is gone).
+    virtual std::unique_ptr<Watch> watchReadable(int fd, std::function<void()> ready) = 0;
+    virtual std::unique_ptr<Watch> watchWritable(int fd, std::function<void()> ready) = 0;
 
     // Handles pending events and blocks until at least one event has been handled. A
     // routine that waits for a flag loops on this; it never spins.

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QMetaObject>
+#include <QSocketNotifier>
 #include <QTimer>
 
 namespace corvel {
@@ -59,7 +60,40 @@ private:
     bool running_ = false;
 };
 
+class QtWatch final : public Watch {
+public:
+    QtWatch(int fd, QSocketNotifier::Type type, std::function<void()> ready)
+        : notifier_(new QSocketNotifier(fd, type)), ready_(std::move(ready))
+    {
+        QObject::connect(notifier_, &QSocketNotifier::activated, [this] { ready_(); });
+    }
+    // A handler may end its own watch: the notifier, which is still emitting, goes later.
+    ~QtWatch() override
+    {
+        notifier_->disconnect();
+        notifier_->setEnabled(false);
+        notifier_->deleteLater();
+    }
+
+    void setEnabled(bool enabled) override { notifier_->setEnabled(enabled); }
+    bool enabled() const override { return notifier_->isEnabled(); }
+
+private:
+    QSocketNotifier* notifier_;
+    std::function<void()> ready_;
+};
+
 } // namespace
+
+std::unique_ptr<Watch> QtEventLoop::watchReadable(int fd, std::function<void()> ready)
+{
+    return std::make_unique<QtWatch>(fd, QSocketNotifier::Read, std::move(ready));
+}
+
+std::unique_ptr<Watch> QtEventLoop::watchWritable(int fd, std::function<void()> ready)
+{
+    return std::make_unique<QtWatch>(fd, QSocketNotifier::Write, std::move(ready));
+}
 
 std::unique_ptr<Timer> QtEventLoop::createTimer(std::function<void()> handler, TimerKind kind)
 {

@@ -11,6 +11,8 @@ class QtEventLoop final : public EventLoop {
 public:
     std::unique_ptr<Timer> createTimer(std::function<void()> handler, TimerKind kind) override;
     void post(std::function<void()> task) override;
+    std::unique_ptr<Watch> watchReadable(int fd, std::function<void()> ready) override;
+    std::unique_ptr<Watch> watchWritable(int fd, std::function<void()> ready) override;
     void yield() override;
     void processPending() override;
     std::chrono::system_clock::time_point now() const override;

@@ -41,13 +41,13 @@ inline Wave readWave(const std::filesystem::path& path)
     return wave;
 }
 
-// `seconds` of a quiet 440 Hz tone as 8 kHz 16-bit mono, the line's own format.
-inline void writeTone(const std::filesystem::path& path, double seconds)
+// `seconds` of a quiet tone (440 Hz unless told) as 8 kHz 16-bit mono, the line's own format.
+inline void writeTone(const std::filesystem::path& path, double seconds, double hertz = 440)
 {
     Wave tone;
     tone.samples.resize(static_cast<std::size_t>(std::lround(seconds * tone.rate)));
     for (std::size_t i = 0; i < tone.samples.size(); ++i)
-        tone.samples[i] = static_cast<short>(8000 * std::sin(2 * M_PI * 440 * static_cast<double>(i) / tone.rate));
+        tone.samples[i] = static_cast<short>(8000 * std::sin(2 * M_PI * hertz * static_cast<double>(i) / tone.rate));
     writeWave(path, tone);
 }
 

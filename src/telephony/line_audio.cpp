@@ -1,0 +1,139 @@
+#include "telephony/line_audio.h"
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "app/log.h"
+
+namespace corvel {
+namespace {
+
+static_assert(sizeof(short) == sizeof(std::int16_t), "libsndfile's shorts are line samples");
+
+struct CloseSoundFile {
+    void operator()(SNDFILE* file) const { sf_close(file); }
+};
+using SoundFile = std::unique_ptr<SNDFILE, CloseSoundFile>;
+
+SoundFile openForReading(const std::filesystem::path& path, SF_INFO& info)
+{
+    info = {};
+    SoundFile file(sf_open(path.c_str(), SFM_READ, &info));
+    if (!file) {
+        log::warning("cannot read \"" + path.string() + "\" as sound: " + sf_strerror(nullptr));
+    }
+    return file;
+}
+
+std::vector<std::int16_t> mixDown(const std::vector<short>& interleaved, int channels)
+{
+    std::vector<std::int16_t> mono(interleaved.size() / static_cast<std::size_t>(channels));
+    for (std::size_t frame = 0; frame < mono.size(); ++frame) {
+        std::int32_t sum = 0;
+        for (int channel = 0; channel < channels; ++channel) {
+            sum += interleaved[frame * static_cast<std::size_t>(channels) +
+                               static_cast<std::size_t>(channel)];
+        }
+        mono[frame] = static_cast<std::int16_t>(sum / channels);
+    }
+    return mono;
+}
+
+// Linear interpolation between neighbouring source samples: plenty for a simulated caller.
+std::vector<std::int16_t> resample(const std::vector<std::int16_t>& source, int rate)
+{
+    if (rate == lineSampleRate || source.empty()) return source;
+    const auto sourceCount = static_cast<std::int64_t>(source.size());
+    const std::int64_t count = sourceCount * lineSampleRate / rate;
+    std::vector<std::int16_t> out(static_cast<std::size_t>(count));
+    for (std::int64_t i = 0; i < count; ++i) {
+        // Source position i * rate / 8000, kept in integers so whole positions are exact.
+        const std::int64_t scaled = i * rate;
+        const std::int64_t before = scaled / lineSampleRate;
+        const double fraction = static_cast<double>(scaled % lineSampleRate) / lineSampleRate;
+        const std::int64_t after = std::min(before + 1, sourceCount - 1);
+        const double a = source[static_cast<std::size_t>(before)];
+        const double b = source[static_cast<std::size_t>(after)];
+        out[static_cast<std::size_t>(i)] = static_cast<std::int16_t>(std::lround(a + (b - a) * fraction));
+    }
+    return out;
+}
+
+} // namespace
+
+std::optional<MonoSound> readMonoSound(const std::filesystem::path& path)
+{
+    SF_INFO info;
+    SoundFile file = openForReading(path, info);
+    if (!file) return std::nullopt;
+    if (info.channels < 1 || info.samplerate < 1) {
+        log::warning("cannot read \"" + path.string() + "\" as sound: it has no channels");
+        return std::nullopt;
+    }
+    // Floating-point files are scaled into the 16-bit range rather than clipped.
+    sf_command(file.get(), SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);
+    std::vector<short> interleaved(static_cast<std::size_t>(info.frames * info.channels));
+    const sf_count_t read = sf_readf_short(file.get(), interleaved.data(), info.frames);
+    interleaved.resize(static_cast<std::size_t>(read * info.channels));
+    return MonoSound{mixDown(interleaved, info.channels), info.samplerate};
+}
+
+std::optional<std::vector<std::int16_t>> readLineAudio(const std::filesystem::path& path)
+{
+    auto sound = readMonoSound(path);
+    if (!sound) return std::nullopt;
+    return resample(sound->samples, sound->rate);
+}
+
+bool writeLineWave(const std::filesystem::path& path, std::span<const std::int16_t> samples)
+{
+    if (path.empty()) {
+        log::warning("cannot record: no file was given to record into");
+        return false;
+    }
+    std::filesystem::path part = path;
+    part += ".part";
+    const auto fail = [&](const std::string& cause) {
+        log::warning("cannot write \"" + path.string() + "\": " + cause);
+        std::error_code ignored;
+        std::filesystem::remove(part, ignored);
+        return false;
+    };
+
+    SF_INFO info{};
+    info.samplerate = lineSampleRate;
+    info.channels = 1;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SoundFile file(sf_open(part.c_str(), SFM_WRITE, &info));
+    if (!file) return fail(sf_strerror(nullptr));
+
+    const auto count = static_cast<sf_count_t>(samples.size());
+    if (sf_write_short(file.get(), samples.data(), count) != count) return fail(sf_strerror(file.get()));
+    // On disk before the rename, so that a message file is never there without its sound.
+    sf_write_sync(file.get());
+    if (sf_close(file.release()) != 0) return fail("the file could not be completed");
+
+    std::error_code error;
+    std::filesystem::rename(part, path, error);
+    if (error) return fail(error.message());
+    return true;
+}
+
+std::optional<Milliseconds> playLength(const std::filesystem::path& path)
+{
+    SF_INFO info;
+    if (!openForReading(path, info)) return std::nullopt;
+    if (info.samplerate < 1) {
+        log::warning("cannot read \"" + path.string() + "\" as sound: it has no sample rate");
+        return std::nullopt;
+    }
+    const std::int64_t rate = info.samplerate;
+    return Milliseconds((info.frames * 1000 + rate - 1) / rate);
+}
+
+} // namespace corvel
