@@ -36,8 +36,9 @@ protected:
 };
 
 // One telephone line: the line device, playing and recording wave files on it, and its phone
-// device. The settings that the call logic only writes for the driver to use are kept here;
-// everything a device must act on is the driver's.
+// device. The settings that the call logic only writes for the driver to use are kept here
+// (virtual only so that a line which forwards to another can pass them on); everything a
+// device must act on is the driver's.
 class Line {
 public:
     virtual ~Line() = default;
@@ -49,13 +50,13 @@ public:
     // --- The line device ---
     virtual bool lineOpen() const = 0;
     virtual void setLineOpen(bool open) = 0;
-    bool ownerPrivilege() const { return ownerPrivilege_; }
-    void setOwnerPrivilege(bool on) { ownerPrivilege_ = on; }
-    bool monitorPrivilege() const { return monitorPrivilege_; }
-    void setMonitorPrivilege(bool on) { monitorPrivilege_ = on; }
-    void setMonitorOptions(bool first, bool second) { monitorOptions_ = {first, second}; }
-    void setDigitMonitoring(bool on) { digitMonitoring_ = on; }
-    bool digitMonitoring() const { return digitMonitoring_; }
+    virtual bool ownerPrivilege() const { return ownerPrivilege_; }
+    virtual void setOwnerPrivilege(bool on) { ownerPrivilege_ = on; }
+    virtual bool monitorPrivilege() const { return monitorPrivilege_; }
+    virtual void setMonitorPrivilege(bool on) { monitorPrivilege_ = on; }
+    virtual void setMonitorOptions(bool first, bool second) { monitorOptions_ = {first, second}; }
+    virtual void setDigitMonitoring(bool on) { digitMonitoring_ = on; }
+    virtual bool digitMonitoring() const { return digitMonitoring_; }
     virtual bool callActive() const = 0;
     virtual void setCallActive(bool active) = 0;
     virtual void answer() = 0;
@@ -63,14 +64,14 @@ public:
     // Gives the call up to the user's own telephone, leaving the caller connected to it; the
     // call is then no longer this line's.
     virtual void handOver() = 0;
-    void setOwnCall(bool own) { ownCall_ = own; }
-    bool ownCall() const { return ownCall_; }
+    virtual void setOwnCall(bool own) { ownCall_ = own; }
+    virtual bool ownCall() const { return ownCall_; }
     virtual std::string ownerApplication() const = 0;
     virtual std::string callerNumber() const = 0;
     virtual std::string callerName() const = 0;
     virtual bool numberWithheld() const = 0;
     virtual bool numberUnavailable() const = 0;
-    std::int32_t deviceNumber() const { return deviceNumber_; }
+    virtual std::int32_t deviceNumber() const { return deviceNumber_; }
     virtual void setDeviceNumber(std::int32_t number) = 0;
     virtual std::string deviceName() const = 0;
     virtual std::int32_t lastError() const = 0;
@@ -84,31 +85,31 @@ public:
 
     // --- Playing wave files to the caller ---
     // The files to play, separated by ","; empty entries are skipped.
-    const std::string& playList() const { return playList_; }
-    void setPlayList(std::string list) { playList_ = std::move(list); }
+    virtual std::string playList() const { return playList_; }
+    virtual void setPlayList(std::string list) { playList_ = std::move(list); }
     // When set, a list that reaches its end starts again instead of ending.
-    void setPlayRepeat(bool repeat) { playRepeat_ = repeat; }
-    bool playRepeat() const { return playRepeat_; }
+    virtual void setPlayRepeat(bool repeat) { playRepeat_ = repeat; }
+    virtual bool playRepeat() const { return playRepeat_; }
     // Plays the list from its first entry, replacing any play in progress; false when a file
     // cannot be played, and then nothing plays.
     virtual bool startPlay() = 0;
     virtual bool playing() const = 0;
     // false stops at once, without a play-done event; true starts the list when nothing plays.
     virtual void setPlaying(bool playing) = 0;
-    void setPlayDevice(std::int32_t device) { playDevice_ = device; }
-    void setPlayOption(bool on) { playOption_ = on; }
-    bool playOption() const { return playOption_; }
+    virtual void setPlayDevice(std::int32_t device) { playDevice_ = device; }
+    virtual void setPlayOption(bool on) { playOption_ = on; }
+    virtual bool playOption() const { return playOption_; }
 
     // --- Recording the caller ---
-    void setRecordFile(std::string path) { recordFile_ = std::move(path); }
-    const std::string& recordFile() const { return recordFile_; }
+    virtual void setRecordFile(std::string path) { recordFile_ = std::move(path); }
+    virtual std::string recordFile() const { return recordFile_; }
     virtual bool recording() const = 0;
     // true starts recording into the record file (8 kHz, 16-bit, mono); false closes it.
     virtual void setRecording(bool recording) = 0;
-    void setRecordDevice(std::int32_t device) { recordDevice_ = device; }
+    virtual void setRecordDevice(std::int32_t device) { recordDevice_ = device; }
 
     // --- The phone device ---
-    void setPhoneDevice(std::int32_t device) { phoneDevice_ = device; }
+    virtual void setPhoneDevice(std::int32_t device) { phoneDevice_ = device; }
 
 protected:
     LineEvents* listener() const { return listener_; }
