@@ -3,27 +3,35 @@
 #include <array>
 
 #include <QLabel>
-#include <QListWidget>
+#include <QPoint>
 #include <QWidget>
 
 #include "app/view.h"
 #include "ui/caller_display_window.h"
+#include "ui/download_window.h"
 #include "ui/pickup_window.h"
+#include "ui/tray_icon.h"
 
 namespace corvel {
 
 class AnswerPhone;
+class GlyphButton;
 
-// The main window `frm_main`. Every control carries its name as its objectName.
+// The main window `frm_main`: a frameless panel whose top strip (counters, lamps, image
+// buttons) is all that shows when it is shrunk, with the tabs below it when it is expanded.
+// Every control carries its name as its objectName.
 class MainWindow final : public QWidget, public View {
     Q_OBJECT
 
 public:
+    static constexpr double widthTwips = 5600;
+
     MainWindow();
     ~MainWindow() override;
 
     // Sends the controls' clicks to the answer phone behind the window.
     void attach(AnswerPhone& phone);
+    TrayIcon& trayIcon() { return tray_; }
 
     void setBusyCursor(bool busy) override;
     bool busyCursor() const override { return busy_; }
@@ -34,13 +42,24 @@ public:
     void setListItems(std::string_view control, const std::vector<std::string>& items) override;
     std::string selectedItem(std::string_view control) const override;
     void setListIndex(std::string_view control, int index) override;
+    bool isChecked(std::string_view box) const override;
+    void setChecked(std::string_view box, bool ticked) override;
     void selectTab(std::string_view control, int index) override;
     void shiftMainWindowDown(double twips) override;
+    void moveMainWindow(double left, double top) override;
+    void setMainWindowHeight(double twips) override;
+    void setMainWindowVisible(bool visible) override;
+    void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) override;
+    void releaseTrayIcon() override;
     void showCallerPicture() override;
     void unloadCallerPicture() override;
     void showPickup() override;
     void setPickupCaption(std::string_view text) override;
     void unloadPickup() override;
+    void showDownload() override;
+    void setDownloadText(std::string_view text) override;
+    void setDownloadShapeVisible(bool visible) override;
+    void closeDownload() override;
     WindowPlacement mainWindowPlacement() const override;
     void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override;
     bool askYesNo(std::string_view title, std::string_view text) override;
@@ -49,21 +68,53 @@ public:
     void beep() override;
     void endProgram() override;
 
-private:
-    QWidget* callsPage();
-    QWidget* picturesPage();
-    QWidget* directoryPage();
-    template <typename Widget> Widget* control(std::string_view name) const;
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
 
-    std::array<QLabel*, 5> lamps_{};
-    QLabel* keypressLegend_ = nullptr;
-    QWidget* linePage();
+private:
+    QWidget* topStrip();
+    QWidget* counters();
+    QWidget* lampPanel();
+    QWidget* callsPage();
+    QWidget* answeringPage();
+    QWidget* transferPage();
+    QWidget* picturesPage();
+    QWidget* audioPage();
+    QWidget* agentPage();
+    QWidget* directoryPage();
+    QWidget* aboutPage();
+    template <typename Widget> Widget* control(std::string_view name) const;
     double twipsPerPixel() const;
+    int pixels(double twips) const;
+    void showContextMenu(const QPoint& at);
+
+    AnswerPhone* phone_ = nullptr;
+    QWidget* body_ = nullptr; // the full-height contents; the window's height cuts it off
+    GlyphButton* sizeButton_ = nullptr;
+    std::array<QWidget*, 5> lamps_{};
+    std::array<QLabel*, 5> legends_{}; // legends_[3] is Label6
+    double requestedHeight_ = 0; // twips, as last asked for
+    double shiftedTwips_ = 0;    // moved by shiftMainWindowDown but not yet a whole pixel
+    bool busy_ = false;
+    bool ending_ = false;
+
+    // A press on the window's surface, followed until the button is released.
+    struct Press {
+        Qt::MouseButton button = Qt::NoButton;
+        QPoint pointer; // global
+        QPoint window;
+        bool dragged = false;
+    } press_;
 
     CallerDisplayWindow display_;
     PickupWindow pickup_;
-    double shiftedTwips_ = 0; // moved by shiftMainWindowDown but not yet a whole pixel
-    bool busy_ = false;
+    DownloadWindow download_;
+    TrayIcon tray_;
 };
 
 } // namespace corvel

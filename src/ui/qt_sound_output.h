@@ -11,6 +11,7 @@ class QtSoundOutput final : public SoundOutput {
 public:
     QtSoundOutput();
     void playfile(const std::string& filename) override;
+    void stop() override { effect_.stop(); }
 
 private:
     QSoundEffect effect_;

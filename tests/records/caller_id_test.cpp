@@ -17,7 +17,7 @@ using Identity = ScriptedCall::Identity;
 // A call rings at 21:05:00 on 14 November 2026; its caller ID comes three seconds later.
 class CallerIdTest : public ::testing::Test, protected testing::AnswerPhoneHarness {
 protected:
-    CallerIdTest() : AnswerPhoneHarness(local_days{year{2026} / 11 / 14} + 21h + 5min) {}
+    CallerIdTest() : testing::AnswerPhoneHarness(local_days{year{2026} / 11 / 14} + 21h + 5min) {}
 
     void ring(Identity identity, std::string number = "", std::string name = "")
     {

@@ -85,12 +85,15 @@ public:
     VirtualEventLoop* loop_ = nullptr;
 };
 
-// A whole answer phone on the virtual loop and the test line, with its data folder in a
-// fresh temporary directory (a "data" folder inside it, so that anything written beside the
-// data folder would show).
-class AnswerPhoneHarness {
+// A whole answer phone on the virtual loop and a line, with its data folder in a fresh
+// temporary directory (a "data" folder inside it, so that anything written beside the data
+// folder would show). The line is the test line unless told otherwise: any Line built on the
+// loop that also plays a scripted caller as the test line does (placeCall, ringCount, ringing,
+// handedOver, transcript, failNextClose).
+template <class ScenarioLine>
+class BasicAnswerPhoneHarness {
 public:
-    explicit AnswerPhoneHarness(LocalTime start = VirtualEventLoop::defaultStart()) : loop(start)
+    explicit BasicAnswerPhoneHarness(LocalTime start = VirtualEventLoop::defaultStart()) : loop(start)
     {
         std::filesystem::create_directories(data);
         writeFile("default.gif", "GIF89a default");
@@ -101,7 +104,7 @@ public:
         line.setLineOpen(true);
         http.loop_ = &loop;
     }
-    ~AnswerPhoneHarness() { std::filesystem::remove_all(top); }
+    ~BasicAnswerPhoneHarness() { std::filesystem::remove_all(top); }
 
     void writeFile(const std::string& name, const std::string& content) const
     {
@@ -115,15 +118,17 @@ public:
     bool has(const std::string& name) const { return std::filesystem::exists(data / name); }
 
     // The prompts and read-back files a call plays, as tones of known lengths, and the line
-    // chosen and opened as the user would.
+    // chosen and opened as the user would. Each file has its own pitch, so that a line which
+    // carries only the sound can still tell which one the caller heard.
     void readyForCalls()
     {
+        double hertz = 300;
         for (const auto& [name, seconds] : std::initializer_list<std::pair<const char*, double>>{
                  {"goodmorning.wav", 1.0}, {"goodafternoon.wav", 1.0}, {"goodevening.wav", 1.0},
                  {"askfornumber.wav", 2.0}, {"pleasewait.wav", 1.5}, {"nobodyavailable.wav", 2.0},
                  {"leavemessage.wav", 1.5}, {"from.wav", 0.5}})
-            writeTone(data / name, seconds);
-        for (char d = '0'; d <= '9'; ++d) writeTone(data / (std::string(1, d) + ".wav"), 0.3);
+            writeTone(data / name, seconds, hertz += 40);
+        for (char d = '0'; d <= '9'; ++d) writeTone(data / (std::string(1, d) + ".wav"), 0.3, hertz += 40);
         phone.handling.chooseDevice(0);
         agent.calls.clear();
     }
@@ -162,7 +167,7 @@ public:
     const std::filesystem::path desktop = top / "Desktop";
     VirtualEventLoop loop;
     MemorySettingsStore settings;
-    TestLine line{loop};
+    ScenarioLine line{loop};
     RecordingAgent agent;
     RecordingView view;
     RecordingSpeaker speaker;
@@ -174,5 +179,7 @@ public:
     AnswerPhone phone{{loop, settings, line, agent, view, speaker, locale, folder, shell, autostart, http, desktop,
                        top / "cache", "https://corvel.test"}};
 };
+
+using AnswerPhoneHarness = BasicAnswerPhoneHarness<TestLine>;
 
 } // namespace corvel::testing

@@ -22,7 +22,7 @@ using Key = ScriptedCall::Key;
 // 24 seconds in, and the times of their keys count from there.
 class CallScenarioTest : public ::testing::Test, protected testing::AnswerPhoneHarness {
 protected:
-    explicit CallScenarioTest(LocalTime start = testing::VirtualEventLoop::defaultStart()) : AnswerPhoneHarness(start)
+    explicit CallScenarioTest(LocalTime start = testing::VirtualEventLoop::defaultStart()) : testing::AnswerPhoneHarness(start)
     {
         readyForCalls();
         testing::writeTone(top / "voice.wav", 3.0);

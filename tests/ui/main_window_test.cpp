@@ -5,10 +5,18 @@
 #include "support/qt_application.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
 #include <QPlainTextEdit>
+#include <QPointingDevice>
+#include <QTabWidget>
+#include <QTest>
+#include <QTimer>
 
 #include "records/caller_display.h"
+#include "support/answer_phone_harness.h"
 #include "ui/qt_locale_texts.h"
 
 namespace corvel {
@@ -18,7 +26,14 @@ const std::filesystem::path shipped = CORVEL_ASSETS_DIR;
 
 class MainWindowTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { testing::ensureQApplication(); }
+    static void SetUpTestSuite()
+    {
+        testing::ensureQApplication();
+        // The offscreen platform has no mouse, so Qt makes one up for the first mouse event, as a
+        // child of the application. The application lives in a static that outlasts Qt's own,
+        // and would delete that mouse after them at exit: kept apart, it is left alone.
+        const_cast<QPointingDevice*>(QPointingDevice::primaryPointingDevice())->setParent(nullptr);
+    }
 };
 
 TEST_F(MainWindowTest, ControlsShowTheShippedDigitsAndTextsByName)
@@ -64,6 +79,233 @@ TEST_F(MainWindowTest, LocaleTextsAlwaysHaveDesignatorsAndAWrittenDate)
     const std::string date = locale.longDate(std::chrono::year{2026} / 11 / 14);
     EXPECT_NE(date.find("2026"), std::string::npos);
     EXPECT_NE(date.find("14"), std::string::npos);
+}
+
+TEST_F(MainWindowTest, EightTabsInOrderAndEveryControlByItsName)
+{
+    MainWindow window;
+    const auto* tabs = window.findChild<QTabWidget*>("SSTab1");
+    ASSERT_NE(tabs, nullptr);
+    QStringList captions;
+    for (int i = 0; i < tabs->count(); ++i) captions << tabs->tabText(i);
+    EXPECT_EQ(captions, QStringList({"Calls", "Settings 1", "Settings 2", "Pictures", "Audio", "Agent", "Directory",
+                                     "About"}));
+
+    std::vector<std::string> names{"newcall1", "newcall2", "new1",    "new2",     "old1",      "old2",      "l1",
+                                   "l2",       "l3",       "l4",      "l5",       "Label6",    "Image2",    "Image3",
+                                   "Image4",   "Image5",   "Label10", "Label18",  "Label19",   "txt_reccalls",
+                                   "Command4", "ComboDevice", "Command1", "txt_phone", "Command7", "Command8",
+                                   "Command9", "Command10", "File1",  "Command27", "contacts", "Command28",
+                                   "Command29", "Label37"};
+    for (const auto& option : Options::checkBoxes) names.insert(names.end(), {std::string(option.box), std::string(option.caption)});
+    for (const auto& stepper : Options::steppers)
+        names.insert(names.end(), {std::string(stepper.field), std::string(stepper.down), std::string(stepper.up)});
+    for (const auto& prompt : PromptFiles::prompts)
+        names.insert(names.end(), {std::string(prompt.field), std::string(prompt.change), std::string(prompt.play)});
+    for (const std::string& name : names)
+        EXPECT_NE(window.findChild<QWidget*>(QString::fromStdString(name)), nullptr) << name;
+    for (const auto& option : Options::checkBoxes)
+        EXPECT_NE(window.findChild<QCheckBox*>(QString::fromUtf8(option.box.data(), option.box.size())), nullptr);
+
+    const auto* link = window.findChild<QLabel*>("Label37");
+    EXPECT_EQ(link->text(), "Click here to visit the 'Corvel' web site");
+    EXPECT_EQ(link->toolTip(), "Click here to visit the corvel web site");
+}
+
+// A whole answer phone with the real window as its view.
+class PhoneOnWindowTest : public MainWindowTest {
+protected:
+    PhoneOnWindowTest() { window.attach(phone); }
+    ~PhoneOnWindowTest() override { std::filesystem::remove_all(top); }
+
+    template <typename Widget = QWidget> Widget* find(const char* name)
+    {
+        auto* widget = window.findChild<Widget*>(name);
+        EXPECT_NE(widget, nullptr) << name;
+        return widget;
+    }
+    void click(const char* name) { QTest::mouseClick(find(name), Qt::LeftButton); }
+    std::string data(std::string_view key) const { return settings::readData(settings, key, "(unset)"); }
+
+    const std::filesystem::path top = [] {
+        std::string pattern = (std::filesystem::temp_directory_path() / "corvel-window-XXXXXX").string();
+        return std::filesystem::path(::mkdtemp(pattern.data()));
+    }();
+    testing::VirtualEventLoop loop;
+    testing::MemorySettingsStore settings;
+    TestLine line{loop};
+    testing::RecordingAgent agent;
+    MainWindow window;
+    testing::RecordingSpeaker speaker;
+    testing::FixedLocale locale;
+    DataFolder folder{top};
+    testing::RecordingShell shell;
+    Autostart autostart{top / "autostart" / "corvel.desktop", "/usr/bin/corvel"};
+    testing::ScriptedHttp http;
+    AnswerPhone phone{{loop, settings, line, agent, window, speaker, locale, folder, shell, autostart, http, top,
+                       top / "cache"}};
+};
+
+TEST_F(PhoneOnWindowTest, StartingUpFillsTheWindowAndShrinksIt)
+{
+    settings.set("modem", "0");
+    phone.startUp();
+    EXPECT_EQ(window.mainWindowPlacement().height, WindowBehaviour::shrunkHeight);
+    EXPECT_EQ(window.text("txt_rings"), "5");
+    EXPECT_EQ(window.text("txt_transfer"), "20");
+    EXPECT_TRUE(window.isChecked("chk_ansa"));
+    EXPECT_FALSE(window.isChecked("chk_allcalls"));
+    EXPECT_EQ(window.text("txt_morning"), (top / "goodmorning.wav").string());
+    EXPECT_NE(window.trayIcon().menu(), nullptr);
+}
+
+TEST_F(PhoneOnWindowTest, ACaptionClickedTwiceRestoresItsBoxAndItsSetting)
+{
+    for (const auto& option : Options::checkBoxes) {
+        const std::string box(option.box);
+        const std::string caption(option.caption);
+        const bool before = window.isChecked(box);
+        click(caption.c_str());
+        EXPECT_EQ(window.isChecked(box), !before) << caption;
+        if (!option.key.empty()) {
+            EXPECT_EQ(data(option.key), before ? "False" : "True") << caption;
+        }
+        click(caption.c_str());
+        EXPECT_EQ(window.isChecked(box), before) << caption;
+        if (!option.key.empty()) {
+            EXPECT_EQ(data(option.key), before ? "True" : "False") << caption;
+        }
+    }
+    click("Label3");
+    EXPECT_TRUE(autostart.enabled()) << "chk_lww is the autostart entry";
+}
+
+TEST_F(PhoneOnWindowTest, TakingAMessageTicksAnswerAllCallsButTickingFromCodeRunsNothing)
+{
+    window.setChecked("chk_opt1", true);
+    EXPECT_TRUE(window.isChecked("chk_opt1"));
+    EXPECT_EQ(data("answithheld"), "(unset)") << "setChecked is no click";
+
+    click("chk_ansa");
+    EXPECT_TRUE(window.isChecked("chk_ansa"));
+    EXPECT_TRUE(window.isChecked("chk_allcalls"));
+    EXPECT_EQ(data("ansa"), "True");
+    EXPECT_EQ(data("allcalls"), "True");
+}
+
+TEST_F(PhoneOnWindowTest, SteppersKeepToTheirBounds)
+{
+    window.setText("txt_rings", "1");
+    click("Command2");
+    EXPECT_EQ(window.text("txt_rings"), "1");
+    EXPECT_EQ(data("rings"), "1") << "saved even at the bound";
+    click("Command5");
+    EXPECT_EQ(window.text("txt_rings"), "2");
+
+    window.setText("txt_vol", "10");
+    click("Command26");
+    EXPECT_EQ(window.text("txt_vol"), "10");
+
+    window.setText("txt_transfer", "99999");
+    click("Command6");
+    EXPECT_EQ(window.text("txt_transfer"), "100000");
+    EXPECT_TRUE(find<QLineEdit>("txt_transfer")->isReadOnly());
+}
+
+TEST_F(PhoneOnWindowTest, ExpandingNearTheScreenBottomMovesUpAndShrinkingPutsItBack)
+{
+    window.show();
+    window.setMainWindowHeight(WindowBehaviour::shrunkHeight);
+    const double t = window.mainWindowPlacement().twipsPerPixel;
+    const double bottom = window.mainWindowPlacement().screenHeight;
+    const double top = bottom - 3000;
+    window.moveMainWindow(1500, top);
+
+    click("Image4");
+    WindowPlacement placement = window.mainWindowPlacement();
+    EXPECT_EQ(placement.height, WindowBehaviour::expandedHeight);
+    EXPECT_NEAR(placement.top, bottom - WindowBehaviour::expandedHeight, t);
+    EXPECT_EQ(window.height(), qRound(WindowBehaviour::expandedHeight / t));
+
+    click("Image4");
+    placement = window.mainWindowPlacement();
+    EXPECT_EQ(placement.height, WindowBehaviour::shrunkHeight);
+    EXPECT_NEAR(placement.top, top, t);
+    EXPECT_EQ(settings.read("Withheld", "data", "frmy", ""), positionText(placement.top));
+}
+
+TEST_F(PhoneOnWindowTest, DraggingTheSurfaceMovesTheWindowAndKeepsItsPlace)
+{
+    window.show();
+    window.moveMainWindow(1500, 1500);
+    LineLamps keypress;
+    keypress.Label6 = true;
+    window.showLamps(keypress);
+    const QPoint start = window.pos();
+    const auto send = [](QWidget* target, QEvent::Type type, QPoint global, Qt::MouseButton button,
+                         Qt::MouseButtons held) {
+        QMouseEvent event(type, QPointF(target->mapFromGlobal(global)), QPointF(global), button, held, Qt::NoModifier);
+        QApplication::sendEvent(target, &event);
+    };
+    for (const char* handle : {"Image5", "Label6"}) { // the drag image, and a legend on the surface
+        QWidget* grip = find(handle);
+        const QPoint from = grip->mapToGlobal(QPoint(2, 2));
+        const QPoint moved = window.pos();
+        send(grip, QEvent::MouseButtonPress, from, Qt::LeftButton, Qt::LeftButton);
+        send(grip, QEvent::MouseMove, from + QPoint(20, 10), Qt::NoButton, Qt::LeftButton);
+        send(grip, QEvent::MouseMove, from + QPoint(40, 30), Qt::NoButton, Qt::LeftButton);
+        send(grip, QEvent::MouseButtonRelease, from + QPoint(40, 30), Qt::LeftButton, Qt::NoButton);
+        EXPECT_EQ(window.pos(), moved + QPoint(40, 30)) << handle;
+    }
+    const WindowPlacement placement = window.mainWindowPlacement();
+    EXPECT_EQ(window.pos(), start + QPoint(80, 60));
+    EXPECT_EQ(settings.read("Withheld", "data", "frmx", ""), positionText(placement.left));
+    EXPECT_EQ(settings.read("Withheld", "data", "frmy", ""), positionText(placement.top));
+
+    // A caption takes its own click: no drag starts on it.
+    QWidget* caption = find("Label19");
+    const QPoint on = caption->mapToGlobal(QPoint(2, 2));
+    send(caption, QEvent::MouseButtonPress, on, Qt::LeftButton, Qt::LeftButton);
+    send(caption, QEvent::MouseMove, on + QPoint(30, 30), Qt::NoButton, Qt::LeftButton);
+    send(caption, QEvent::MouseButtonRelease, on + QPoint(30, 30), Qt::LeftButton, Qt::NoButton);
+    EXPECT_EQ(window.pos(), start + QPoint(80, 60));
+}
+
+TEST_F(PhoneOnWindowTest, TheTrayMenuListsTheAnswerPhonesEntriesAndAnswersThem)
+{
+    window.showTrayIcon(AnswerPhone::trayMenu(), "Corvel");
+    const QMenu* menu = window.trayIcon().menu();
+    ASSERT_NE(menu, nullptr);
+    const QList<QAction*> actions = menu->actions();
+    const std::vector<TrayMenuEntry> entries = AnswerPhone::trayMenu();
+    ASSERT_EQ(actions.size(), static_cast<qsizetype>(entries.size()));
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const QAction* action = actions[static_cast<qsizetype>(i)];
+        if (entries[i].caption == "-") EXPECT_TRUE(action->isSeparator()) << i;
+        else EXPECT_EQ(action->text().toStdString(), entries[i].caption);
+    }
+
+    window.setMainWindowHeight(WindowBehaviour::shrunkHeight);
+    window.hide();
+    actions[6]->trigger(); // About Corvel
+    EXPECT_TRUE(window.isVisible());
+    EXPECT_EQ(window.findChild<QTabWidget*>("SSTab1")->currentIndex(), 7);
+    EXPECT_EQ(window.mainWindowPlacement().height, WindowBehaviour::expandedHeight);
+
+    window.releaseTrayIcon();
+    EXPECT_EQ(window.trayIcon().menu(), nullptr);
+}
+
+TEST_F(PhoneOnWindowTest, ClosingIsRefusedWhileAnUpdateDownloads)
+{
+    window.show();
+    phone.downloading = true;
+    // The answer phone says why in a message box; dismiss it as the user would.
+    QTimer::singleShot(0, [] {
+        if (QWidget* box = QApplication::activeModalWidget()) box->close();
+    });
+    EXPECT_FALSE(window.close());
+    EXPECT_TRUE(window.isVisible());
 }
 
 } // namespace
