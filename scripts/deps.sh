@@ -6,6 +6,7 @@ packages=(
   cmake g++ make pkg-config
   qt6-base-dev qt6-multimedia-dev libgl-dev
   libsndfile1-dev
+  espeak-ng sox xdg-utils xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 

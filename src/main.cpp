@@ -1,72 +1,152 @@
 // Corvel: an answer phone for the Linux desktop.
 
 #include <QApplication>
+#include <QComboBox>
 #include <QCommandLineParser>
 #include <QStandardPaths>
 
 #include "app/answer_phone.h"
+#include "app/headless_view.h"
 #include "app/ini_settings_store.h"
 #include "app/log.h"
-#include "app/text.h"
 #include "character/logging_agent.h"
+#include "telephony/line_switch.h"
 #include "telephony/testline/test_line.h"
 #include "ui/main_window.h"
 #include "ui/qt_event_loop.h"
+#include "ui/qt_http.h"
 #include "ui/qt_locale_texts.h"
+#include "ui/qt_microphone.h"
+#include "ui/qt_shell.h"
 #include "ui/qt_sound_output.h"
+#include "ui/single_instance.h"
+#include "ui/splash_window.h"
+#include "ui/test_line_panel.h"
 
-int main(int argc, char* argv[])
+namespace {
+
+using namespace corvel;
+
+struct CommandLine {
+    bool headless = false;
+    std::string configDir;
+    std::string dataDir;
+    std::string line;
+    std::string webSite;
+};
+
+// Read before the windowing system is touched, so that --help and --version work anywhere.
+CommandLine readCommandLine(int argc, char* argv[])
 {
-    using namespace corvel;
-
-    QApplication::setApplicationName("corvel");
-    QApplication::setApplicationVersion(CORVEL_VERSION);
-
-    // Read before the windowing system is touched, so that --help and --version work anywhere.
     QCommandLineParser options;
     options.setApplicationDescription("Corvel, the intelligent answer phone");
     const QCommandLineOption help = options.addHelpOption();
     const QCommandLineOption version = options.addVersionOption();
+    const QCommandLineOption headless("headless", "Run without windows: boxes and speech go to the log.");
     const QCommandLineOption configDir("config-dir", "Keep the settings in DIR.", "DIR");
-    const QCommandLineOption dataDir("data-dir", "Keep the call log, directory, pictures and messages in DIR.",
-                                     "DIR");
-    options.addOption(configDir);
-    options.addOption(dataDir);
+    const QCommandLineOption dataDir("data-dir", "Keep the call log, directory, pictures and messages in DIR.", "DIR");
+    const QCommandLineOption line("line", "Use the line NAME, as if chosen from the list: test.", "NAME");
+    const QCommandLineOption webSite("web-site", "Look for updates and Corvel's page at URL.", "URL");
+    options.addOptions({headless, configDir, dataDir, line, webSite});
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
     if (!options.parse(arguments)) {
         log::error(options.errorText().toStdString());
-        return 2;
+        std::exit(2);
     }
     if (options.isSet(help)) options.showHelp();
     if (options.isSet(version)) options.showVersion();
+    return {options.isSet(headless), options.value(configDir).toStdString(), options.value(dataDir).toStdString(),
+            options.value(line).toStdString(), options.value(webSite).toStdString()};
+}
+
+// The device the --line option names, among those the line offers.
+std::optional<int> lineNamed(const std::string& name, const Line& line)
+{
+    if (name.empty()) return std::nullopt;
+    const auto devices = line.devices();
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        if (name == "test" && devices[i].name == TestLine::name) return static_cast<int>(i);
+    }
+    log::error("there is no line \"" + name + "\" on this computer");
+    std::exit(2);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QApplication::setApplicationName("corvel");
+    QApplication::setApplicationVersion(CORVEL_VERSION);
+    const CommandLine command = readCommandLine(argc, argv);
+    // Without windows there is no display to need either.
+    if (command.headless && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
 
     QApplication application(argc, argv);
-    IniSettingsStore settings(IniSettingsStore::defaultPath(options.value(configDir).toStdString()));
-    const DataFolder folder(DataFolder::defaultRoot(options.value(dataDir).toStdString()));
+    SingleInstance instance;
+    IniSettingsStore settings(IniSettingsStore::defaultPath(command.configDir));
+    const DataFolder folder(DataFolder::defaultRoot(command.dataDir));
     folder.installShipped((QCoreApplication::applicationDirPath() + "/../share/corvel").toStdString());
 
     QtEventLoop loop;
     QtSoundOutput speaker;
     QtLocaleTexts locale;
-    TestLine line(loop);
-    MainWindow window;
+    QtShell shell;
+    QtHttp http;
+    Autostart autostart(Autostart::defaultEntry(), QCoreApplication::applicationFilePath().toStdString());
+    TestLine testLine(loop);
+    LineSwitch line({&testLine});
     LoggingAgent agent(loop);
-    AnswerPhone phone({loop, settings, line, agent, window, speaker, locale, folder,
-                       QStandardPaths::writableLocation(QStandardPaths::DesktopLocation).toStdString()});
-    window.attach(phone);
-    phone.loadRecords();
-    std::vector<std::string> devices;
-    for (const LineDevice& device : line.devices()) devices.push_back(device.name);
-    window.setListItems("ComboDevice", devices);
-    if (const std::string modem = settings::readData(settings, "modem", ""); !modem.empty()) {
-        line.setDeviceNumber(static_cast<std::int32_t>(text::leadingNumber(modem)));
-        window.setListIndex("ComboDevice", line.deviceNumber());
-        phone.handling.start();
+    std::unique_ptr<MainWindow> window;
+    std::unique_ptr<HeadlessView> headlessView;
+    View* view = nullptr;
+    if (command.headless) {
+        headlessView = std::make_unique<HeadlessView>([] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); });
+        view = headlessView.get();
+    } else {
+        window = std::make_unique<MainWindow>();
+        view = window.get();
     }
+    AnswerPhone phone({loop, settings, line, agent, *view, speaker, locale, folder, shell, autostart, http,
+                       QStandardPaths::writableLocation(QStandardPaths::DesktopLocation).toStdString(),
+                       QStandardPaths::writableLocation(QStandardPaths::CacheLocation).toStdString(),
+                       command.webSite});
 
-    window.show();
-    log::info("Corvel " CORVEL_VERSION " started; settings in " + settings.path().string() + ", data in " +
-              folder.root().string());
+    // On the desktop the test line is a telephone the user plays the caller on.
+    QtSoundOutput callerEar;
+    QtMicrophone callerMouth;
+    std::unique_ptr<TestLinePanel> testPhone;
+    if (window) {
+        testLine.setLiveCaller(&callerEar, &callerMouth);
+        testPhone = std::make_unique<TestLinePanel>(testLine);
+        window->attach(phone);
+        if (auto* devices = window->findChild<QComboBox*>("ComboDevice")) {
+            QObject::connect(devices, &QComboBox::activated, testPhone.get(), [&] {
+                if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
+            });
+        }
+    }
+    const auto startUp = [&] {
+        if (!instance.isFirst()) {
+            log::info("Corvel is already running; this one ends");
+            QCoreApplication::exit(0);
+            return;
+        }
+        phone.startUp(lineNamed(command.line, line));
+        if (!window) return;
+        window->setVisible(!settings::dataFlag(settings, "hide", "False"));
+        if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
+    };
+    if (window) {
+        // A second start brings the running Corvel to the front.
+        QObject::connect(&instance, &SingleInstance::anotherStarted, window.get(),
+                         [&phone] { phone.trayMenuClicked("max"); });
+        // The splash first; a second Corvel learns it is one only when the splash is over.
+        SplashWindow::showFor(std::chrono::milliseconds(2000), startUp);
+    } else {
+        QMetaObject::invokeMethod(&application, startUp, Qt::QueuedConnection);
+    }
+    log::info(std::string("Corvel " CORVEL_VERSION " started") + (command.headless ? " without windows" : "") +
+              "; settings in " + settings.path().string() + ", data in " + folder.root().string());
     return QApplication::exec();
 }
