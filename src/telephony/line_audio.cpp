@@ -75,11 +75,28 @@ std::optional<MonoSound> readMonoSound(const std::filesystem::path& path)
         log::warning("cannot read \"" + path.string() + "\" as sound: it has no channels");
         return std::nullopt;
     }
-    // Floating-point files are scaled into the 16-bit range rather than clipped.
-    sf_command(file.get(), SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);
     std::vector<short> interleaved(static_cast<std::size_t>(info.frames * info.channels));
-    const sf_count_t read = sf_readf_short(file.get(), interleaved.data(), info.frames);
-    interleaved.resize(static_cast<std::size_t>(read * info.channels));
+    const int subtype = info.format & SF_FORMAT_SUBMASK;
+    if (subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE) {
+        // Floating-point sound keeps its level. Most programs write it with 1.0 as full scale;
+        // some (libsndfile given 16-bit samples) write the 16-bit values themselves. The peak
+        // tells which; anything louder still is brought down to full scale rather than clipped.
+        // (libsndfile's own scaling would raise every quiet file to full scale.)
+        std::vector<float> floats(interleaved.size());
+        const sf_count_t read = sf_readf_float(file.get(), floats.data(), info.frames);
+        floats.resize(static_cast<std::size_t>(read * info.channels));
+        float peak = 0;
+        for (const float f : floats) peak = std::max(peak, std::abs(f));
+        float scale = 32767.0f;
+        if (peak > 1.001f) scale = peak <= 32768.0f ? 1.0f : 32767.0f / peak;
+        interleaved.resize(floats.size());
+        for (std::size_t i = 0; i < floats.size(); ++i) {
+            interleaved[i] = static_cast<short>(std::lround(std::clamp(floats[i] * scale, -32768.0f, 32767.0f)));
+        }
+    } else {
+        const sf_count_t read = sf_readf_short(file.get(), interleaved.data(), info.frames);
+        interleaved.resize(static_cast<std::size_t>(read * info.channels));
+    }
     return MonoSound{mixDown(interleaved, info.channels), info.samplerate};
 }
 

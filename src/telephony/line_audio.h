@@ -20,8 +20,8 @@ struct MonoSound {
     int rate = lineSampleRate;
 };
 
-// Any file libsndfile reads, mixed down to one channel; floating-point files are scaled into
-// the 16-bit range. Nothing (and a logged warning) when the file cannot be read as sound.
+// Any file libsndfile reads, mixed down to one channel; floating-point files keep their level
+// in the 16-bit range. Nothing (and a logged warning) when the file cannot be read as sound.
 std::optional<MonoSound> readMonoSound(const std::filesystem::path& path);
 
 // The sound of a wave file as the line carries it: channels mixed down to one and the rate
