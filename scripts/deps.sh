@@ -5,7 +5,8 @@ set -euo pipefail
 packages=(
   cmake g++ make pkg-config
   qt6-base-dev qt6-multimedia-dev libgl-dev
-  libsndfile1-dev
+  libsndfile1-dev libsamplerate0-dev
+  mgetty-voice mgetty-pvftools
   espeak-ng sox xdg-utils xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
 )

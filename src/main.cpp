@@ -11,6 +11,7 @@
 #include "app/log.h"
 #include "character/logging_agent.h"
 #include "telephony/line_switch.h"
+#include "telephony/modem/modem_line.h"
 #include "telephony/testline/test_line.h"
 #include "ui/main_window.h"
 #include "ui/qt_event_loop.h"
@@ -45,7 +46,8 @@ CommandLine readCommandLine(int argc, char* argv[])
     const QCommandLineOption headless("headless", "Run without windows: boxes and speech go to the log.");
     const QCommandLineOption configDir("config-dir", "Keep the settings in DIR.", "DIR");
     const QCommandLineOption dataDir("data-dir", "Keep the call log, directory, pictures and messages in DIR.", "DIR");
-    const QCommandLineOption line("line", "Use the line NAME, as if chosen from the list: test.", "NAME");
+    const QCommandLineOption line("line", "Use the line NAME, as if chosen from the list: test, modem:PORT.",
+                                  "NAME");
     const QCommandLineOption webSite("web-site", "Look for updates and Corvel's page at URL.", "URL");
     options.addOptions({headless, configDir, dataDir, line, webSite});
     QStringList arguments;
@@ -60,13 +62,19 @@ CommandLine readCommandLine(int argc, char* argv[])
             options.value(line).toStdString(), options.value(webSite).toStdString()};
 }
 
-// The device the --line option names, among those the line offers.
+constexpr std::string_view modemPrefix = "modem:";
+
+// The device the --line option names, among those the line offers: "test", or "modem:" and the
+// port of a voice modem.
 std::optional<int> lineNamed(const std::string& name, const Line& line)
 {
     if (name.empty()) return std::nullopt;
     const auto devices = line.devices();
     for (std::size_t i = 0; i < devices.size(); ++i) {
-        if (name == "test" && devices[i].name == TestLine::name) return static_cast<int>(i);
+        const bool test = name == "test" && devices[i].name == TestLine::name;
+        const bool modem = name.starts_with(modemPrefix) &&
+                           devices[i].name.find(name.substr(modemPrefix.size())) != std::string::npos;
+        if (test || modem) return static_cast<int>(i);
     }
     log::error("there is no line \"" + name + "\" on this computer");
     std::exit(2);
@@ -95,7 +103,15 @@ int main(int argc, char* argv[])
     QtHttp http;
     Autostart autostart(Autostart::defaultEntry(), QCoreApplication::applicationFilePath().toStdString());
     TestLine testLine(loop);
-    LineSwitch line({&testLine});
+    modem::ModemOptions modemOptions;
+    // The caller-ID country for the modem (AT+GCI): "B4" for the UK, "B5" for North America.
+    modemOptions.country = settings::readData(settings, "modemcountry", "");
+    if (command.line.starts_with(modemPrefix)) modemOptions.ports = {command.line.substr(modemPrefix.size())};
+    modem::ModemLine modemLine(loop, modemOptions);
+    bool probed = false;
+    modemLine.probe([&] { probed = true; });
+    while (!probed) loop.yield();
+    LineSwitch line({&testLine, &modemLine});
     LoggingAgent agent(loop);
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<HeadlessView> headlessView;
