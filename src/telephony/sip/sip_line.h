@@ -1,0 +1,166 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/event_loop.h"
+#include "app/settings_store.h"
+#include "telephony/line.h"
+#include "telephony/sip/sip_audio.h"
+#include "telephony/sip/sip_headers.h"
+#include "telephony/sip/sip_settings.h"
+
+namespace linphone {
+class Call;
+class Core;
+class Player;
+} // namespace linphone
+
+namespace corvel {
+
+struct SipLineOptions {
+    // The SIP stack's own files (its databases), converted prompts and recordings in progress.
+    std::filesystem::path stateFolder;
+    // Overrides the "listen" setting: the --sip-listen option.
+    std::optional<std::string> listen;
+    // How often the stack runs: rarely while the line is quiet, so that an idle Corvel costs
+    // next to nothing, and often during a call, so that a key stops a prompt at once.
+    Milliseconds idleIterate{100};
+    Milliseconds callIterate{20};
+};
+
+// A Line on SIP through liblinphone. Device 0, "SIP (direct)", takes calls sent straight to
+// the listen address (UDP and TCP) without any account; each configured account is a further
+// device that registers with its provider or PBX and takes the calls that come through it.
+//
+// The stack runs on the event loop's thread: a timer calls its iterate(), and every callback
+// it raises is posted back to the loop and handled there, never inside the stack (which calls
+// back from within accept and terminate). One call at a time: a second caller hears busy.
+class SipLine final : public Line {
+public:
+    static constexpr std::string_view directName = "SIP (direct)";
+
+    SipLine(EventLoop& loop, const SettingsStore& settings, SipLineOptions options);
+    ~SipLine() override;
+    SipLine(const SipLine&) = delete;
+    SipLine& operator=(const SipLine&) = delete;
+
+    // Where the line takes direct calls while it is open; nothing while the stack is down.
+    std::optional<sip::ListenAddress> listening() const;
+
+    std::vector<LineDevice> devices() const override;
+    bool lineOpen() const override { return open_; }
+    void setLineOpen(bool open) override;
+    bool callActive() const override;
+    void setCallActive(bool active) override;
+    void answer() override;
+    void drop() override;
+    void handOver() override;
+    std::string ownerApplication() const override { return std::string(ownLineControl); }
+    std::string callerNumber() const override { return identity_.number; }
+    std::string callerName() const override { return identity_.name; }
+    bool numberWithheld() const override { return identity_.withheld; }
+    bool numberUnavailable() const override { return identity_.unavailable; }
+    void setDeviceNumber(std::int32_t number) override;
+    std::string deviceName() const override;
+    std::int32_t lastError() const override { return lastError_; }
+    std::string providerName() const override { return "Corvel SIP line"; }
+    bool hasWaveOut() const override { return true; }
+    std::int32_t waveOutNumber() const override { return 0; }
+    bool hasWaveIn() const override { return true; }
+    std::int32_t waveInNumber() const override { return 0; }
+    bool hasPhone() const override { return false; }
+    std::int32_t phoneNumber() const override { return 0; }
+    bool startPlay() override;
+    bool playing() const override { return playing_; }
+    void setPlaying(bool playing) override;
+    bool recording() const override { return recording_.has_value(); }
+    void setRecording(bool recording) override;
+
+private:
+    class StackListener;
+    class EofListener;
+    struct CurrentCall;
+    struct Recording {
+        std::filesystem::path target;         // the message file asked for
+        std::filesystem::path recorded;       // where the stack writes it
+        std::shared_ptr<linphone::Call> call; // none when there was no call to record
+    };
+    struct Prompt {
+        std::filesystem::path file;
+        Milliseconds length;
+    };
+
+    // The stack.
+    bool startStack();
+    void stopStack();
+    std::string wantedConfiguration() const;
+    const sip::Account* chosenAccount(const std::vector<sip::Account>& accounts) const;
+    void iterate();
+    void setCallPace(bool inCall);
+
+    // Events from the stack, on the loop.
+    void callStateChanged(const std::shared_ptr<linphone::Call>& call, int state, const std::string& message);
+    void incomingCall(const std::shared_ptr<linphone::Call>& call);
+    void callEnded(const std::shared_ptr<linphone::Call>& call, const std::string& message);
+    void callReleased(const std::shared_ptr<linphone::Call>& call);
+    void keyReceived(const std::shared_ptr<linphone::Call>& call, char key);
+    void transferStateChanged(const std::shared_ptr<linphone::Call>& call, int state);
+    void endOfFile(const std::shared_ptr<linphone::Player>& player);
+
+    void startRinging();
+    void ring();
+    void report(std::function<void(LineEvents&)> event);
+    bool isCurrent(const std::shared_ptr<linphone::Call>& call) const;
+    bool streamsRunning() const;
+
+    void startPrompt();
+    void promptEnded();
+    void stopPlay();
+    void finishRecording(Recording recording);
+    void bridgeToDesktop();
+
+    EventLoop& loop_;
+    const SettingsStore& settings_;
+    SipLineOptions options_;
+    sip::PromptCache prompts_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true); // posted tasks check it
+
+    bool open_ = false;
+    std::int32_t lastError_ = 0;
+    std::shared_ptr<linphone::Core> core_;
+    std::shared_ptr<StackListener> stackListener_;
+    std::shared_ptr<EofListener> eofListener_;
+    std::string configuration_; // what the running stack was started with
+    std::optional<sip::ListenAddress> listening_;
+    std::vector<std::string> trustedHosts_;
+    bool bridged_ = false; // a call handed over to the desktop's own microphone and speaker
+    std::uint64_t recordings_ = 0;
+
+    std::shared_ptr<CurrentCall> call_;
+    sip::CallerIdentity identity_; // of the last caller, until the next one rings
+
+    std::vector<Prompt> queue_;
+    std::size_t prompt_ = 0;
+    bool playing_ = false;
+    std::uint64_t playRun_ = 0; // a play-done or end of file from an earlier run is dropped
+    std::shared_ptr<linphone::Player> player_;
+    bool playerOpen_ = false;
+
+    std::optional<Recording> recording_;
+    std::vector<Recording> unfinished_; // stopped while their call was still closing its file
+
+    // Last, so that they go first: their handlers use everything above.
+    std::unique_ptr<Timer> iterateTimer_;
+    std::unique_ptr<Timer> ringTimer_;
+    std::unique_ptr<Timer> closedTimer_;
+    std::unique_ptr<Timer> promptGuard_;
+};
+
+} // namespace corvel

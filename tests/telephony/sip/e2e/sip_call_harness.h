@@ -1,0 +1,181 @@
+#pragma once
+
+// Whole calls on the SIP line: a headless Corvel in a folder of its own, SIPp and other SIP
+// clients as callers, all on the loopback address, every wait bounded.
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace corvel::e2e {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+// A program found on PATH, or nothing.
+std::optional<std::filesystem::path> findProgram(const std::string& name);
+
+// A loopback port that is free for UDP and TCP now; `span` ports from it when asked for more
+// (RTP and RTCP pairs).
+int freePort(int span = 1);
+
+// A child process with its output in a file; killed when it goes out of scope.
+class Process {
+public:
+    Process(std::vector<std::string> arguments, const std::map<std::string, std::string>& environment,
+            const std::filesystem::path& output, const std::filesystem::path& workingFolder = {},
+            bool withInput = false);
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    // Its exit code when it ends within `limit`; nothing (and it is killed) otherwise.
+    std::optional<int> wait(std::chrono::milliseconds limit);
+    bool running();
+    void terminate();
+    // Writes a line to its standard input.
+    void say(const std::string& line);
+    int pid() const { return pid_; }
+
+private:
+    int pid_ = -1;
+    int input_ = -1;
+    std::optional<int> status_;
+};
+
+// The text of a file; empty when it is missing.
+std::string readText(const std::filesystem::path& path);
+
+// Waits until `done` holds or `limit` passes, looking every 50 ms.
+bool eventually(const std::function<bool()>& done, std::chrono::milliseconds limit);
+
+// A headless Corvel on the SIP line, with its own settings, data, cache and runtime folders.
+class Corvel {
+public:
+    Corvel();
+    ~Corvel();
+
+    // Settings written before the start: application "withheld", the section and the key.
+    void set(const std::string& section, const std::string& key, const std::string& value);
+    // Starts it and waits for the SIP line to listen. `line` is given to --line.
+    bool start(const std::string& line = "sip");
+    void stop();
+
+    int port() const { return port_; }
+    const std::filesystem::path& root() const { return root_; }
+    std::filesystem::path data() const { return root_ / "data"; }
+    std::string log() const;
+    bool logHas(const std::string& text) const;
+    bool waitForLog(const std::string& text, std::chrono::milliseconds limit) const;
+    std::vector<std::string> calls() const; // lines of calls.txt
+    bool running() { return process_ && process_->running(); }
+    int pid() const { return process_ ? process_->pid() : -1; }
+    // The length of a prompt file it plays, read from its data folder.
+    std::chrono::milliseconds promptLength(const std::string& file) const;
+
+private:
+    std::filesystem::path root_;
+    int port_ = 0;
+    std::map<std::string, std::map<std::string, std::string>> settings_;
+    std::unique_ptr<Process> process_;
+};
+
+// One step of what a SIPp caller does once the call is up.
+struct Step {
+    enum class Kind { Pause, Key, Speech, Info };
+    Kind kind = Kind::Pause;
+    std::chrono::milliseconds length{0}; // Pause
+    char key = 0;                        // Key (RFC 4733 from SIPp's pcaps), Info
+    std::string contentType;             // Info
+    std::string body;                    // Info
+};
+Step pause(std::chrono::milliseconds length);
+Step key(char k);
+Step speech();
+Step info(std::string contentType, std::string body);
+// The steps as SIPp scenario XML.
+std::string stepsXml(const std::vector<Step>& steps);
+
+// A SIPp run: the scenario from the test tree with its {{placeholders}} filled in.
+struct SippResult {
+    std::optional<int> exitCode; // nothing when it did not end in time
+    std::string output;
+};
+class Sipp {
+public:
+    explicit Sipp(const Corvel& corvel);
+    void fill(const std::string& placeholder, const std::string& value) { fills_[placeholder] = value; }
+    // Further command-line options (several calls, a call rate).
+    void options(std::vector<std::string> more) { options_ = std::move(more); }
+    // The messages SIPp sent and received, with their times.
+    std::string messages() const;
+    // Runs `scenario` against Corvel (or as a server when `server`), bounded by `limit`.
+    SippResult run(const std::string& scenario, std::chrono::milliseconds limit, bool server = false);
+    // Starts it and returns at once; `finish` waits for the result.
+    void start(const std::string& scenario, std::chrono::milliseconds limit, bool server = false);
+    SippResult finish();
+    int port() const { return port_; }
+    int mediaPort() const { return mediaPort_; }
+
+private:
+    std::vector<std::string> prepare(const std::string& scenario, std::chrono::milliseconds limit, bool server);
+
+    const Corvel& corvel_;
+    std::filesystem::path folder_;
+    int port_;
+    int mediaPort_;
+    std::map<std::string, std::string> fills_;
+    std::vector<std::string> options_;
+    std::unique_ptr<Process> process_;
+    std::chrono::milliseconds limit_{0};
+    std::filesystem::path output_;
+};
+
+// The audio Corvel sends to a caller, received on a port of its own that the caller's SDP
+// names: packets and G.711 samples, decoded.
+class RtpSink {
+public:
+    RtpSink();
+    ~RtpSink();
+    int port() const { return port_; }
+    std::size_t packets() const;
+    std::vector<std::int16_t> samples() const;
+    // When the last G.711 packet came.
+    Clock::time_point lastAudio() const;
+    // Sends an RFC 4733 key to `port` on loopback from this sink's own port.
+    void sendKey(int port, char key);
+
+private:
+    int socket_ = -1;
+    int port_ = 0;
+    std::atomic<bool> stop_{false};
+    mutable std::mutex mutex_;
+    std::size_t packets_ = 0;
+    std::vector<std::int16_t> samples_;
+    Clock::time_point lastAudio_{};
+    std::thread thread_;
+};
+
+// What a wave file holds, as a player would find it.
+struct WaveFacts {
+    bool readable = false;
+    int rate = 0;
+    int channels = 0;
+    bool pcm16 = false;
+    double seconds = 0;
+    double rms = 0;
+    bool headerSizesRight = false; // RIFF and data sizes agree with the file's length
+};
+WaveFacts waveFacts(const std::filesystem::path& path);
+double rms(const std::vector<std::int16_t>& samples);
+
+} // namespace corvel::e2e

@@ -1,0 +1,349 @@
+// Whole calls to a headless Corvel on its SIP line, from SIPp (and baresip), checked by the
+// files Corvel writes, its log and the audio the caller receives.
+
+#include <unistd.h>
+
+#include <cmath>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "sip_call_harness.h"
+#include "support/wave_files.h"
+
+namespace corvel::e2e {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+using std::chrono::milliseconds;
+namespace fs = std::filesystem;
+
+constexpr milliseconds transferWait{1500}; // "transfer" is 2: the countdown runs out after 1 to 2 s
+
+class SipCallTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!findProgram("sipp")) GTEST_SKIP() << "SIPp is not installed (Debian package sip-tester): no SIP call is tried";
+        corvel.set("data", "rings", "1");
+        corvel.set("data", "transfer", "2");
+        corvel.set("data", "ansall", "False"); // a delivered number is read back, not asked for
+        corvel.set("sip", "ringinterval", "300");
+    }
+
+    // Short prompts of the user's own, in formats the SIP stack cannot play as they are.
+    void useOwnPrompts()
+    {
+        const fs::path folder = corvel.root() / "prompts";
+        fs::create_directories(folder);
+        const auto tone = [&](const std::string& name, double seconds, int rate, int channels, int format) {
+            testing::Wave wave{rate, channels, {}, format};
+            for (int i = 0; i < static_cast<int>(seconds * rate); ++i) {
+                const auto s = static_cast<short>(6000 * std::sin(2 * M_PI * 523 * i / rate));
+                for (int c = 0; c < channels; ++c) wave.samples.push_back(s);
+            }
+            testing::writeWave(folder / name, wave);
+            return (folder / name).string();
+        };
+        const std::string greeting = tone("greeting.wav", 0.8, 22050, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+        for (const char* key : {"morning", "afternoon", "evening"}) corvel.set("audio", key, greeting);
+        corvel.set("audio", "nobody", tone("nobody.wav", 1.5, 8000, 1, SF_FORMAT_WAV | SF_FORMAT_ALAW));
+        corvel.set("audio", "leavemessage", tone("leave.WAV", 1.0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
+    }
+
+    milliseconds prompt(const std::string& file) const { return corvel.promptLength(file); }
+
+    static std::string explain(const SippResult& result) { return "SIPp said:\n" + result.output; }
+
+    Corvel corvel;
+};
+
+// What a caller who leaves a message does once the "nobody" prompt has begun: press 1 a few
+// seconds after it (Corvel waits 10 s for it), speak once the leave-a-message prompt is over,
+// then press a key.
+std::vector<Step> leaveAMessage(milliseconds nobody, milliseconds leave)
+{
+    return {pause(nobody + 3000ms), key('1'), pause(leave + 1000ms), speech(), pause(7500ms), key('5')};
+}
+
+TEST_F(SipCallTest, AWithheldCallerKeysTheirNumberHearsItReadBackAndLeavesAMessage)
+{
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    RtpSink ear;
+    Sipp caller(corvel);
+    caller.fill("from", "\"Anonymous\" <sip:anonymous@anonymous.invalid>");
+    caller.fill("headers", "Privacy: id\n");
+    caller.fill("rtp_port", std::to_string(ear.port()));
+    const milliseconds readBack = prompt("from.wav") + prompt("0.wav") + prompt("1.wav") + prompt("2.wav");
+    std::vector<Step> steps{pause(1500ms), key('0'), key('1'), key('2'), key('#'), pause(readBack + transferWait)};
+    for (const Step& step : leaveAMessage(prompt("nobodyavailable.wav"), prompt("leavemessage.wav"))) steps.push_back(step);
+    caller.fill("steps", stepsXml(steps));
+    caller.fill("caller_hangs_up", "0");
+    caller.fill("bye_within", "10000");
+
+    const SippResult result = caller.run("answered_call.xml", 90s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+
+    const auto calls = corvel.calls();
+    ASSERT_EQ(calls.size(), 2u) << corvel.log();
+    EXPECT_THAT(calls[0], StartsWith("Withheld, on "));
+    EXPECT_THAT(calls[1], StartsWith(" keyed - 012, on "));
+
+    const WaveFacts message = waveFacts(corvel.data() / "1-1-012.wav");
+    ASSERT_TRUE(message.readable) << corvel.log();
+    EXPECT_EQ(message.rate, 8000);
+    EXPECT_EQ(message.channels, 1);
+    EXPECT_TRUE(message.pcm16);
+    EXPECT_TRUE(message.headerSizesRight);
+    EXPECT_GT(message.seconds, 3.0) << "the caller spoke for 7 s";
+    EXPECT_GT(message.rms, 300) << "the message holds the caller's speech, not silence";
+
+    // The caller heard the prompts: the greeting, the request, the read-back and the rest.
+    const auto heard = ear.samples();
+    EXPECT_GT(static_cast<double>(heard.size()) / 8000, (readBack + prompt("nobodyavailable.wav")).count() / 1000.0);
+    EXPECT_GT(rms(heard), 300);
+}
+
+TEST_F(SipCallTest, ACallersNumberIsReadBackBeforeTheyLeaveAMessage)
+{
+    useOwnPrompts();
+    corvel.set("data", "allcalls", "True");
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    RtpSink ear;
+    Sipp caller(corvel);
+    caller.fill("from", "\"Jo Bloggs\" <sip:01234@127.0.0.1>");
+    caller.fill("rtp_port", std::to_string(ear.port()));
+    const milliseconds readBack = 800ms + prompt("from.wav") + prompt("0.wav") + prompt("1.wav") + prompt("2.wav") +
+                                  prompt("3.wav") + prompt("4.wav");
+    std::vector<Step> steps{pause(readBack)};
+    for (const Step& step : leaveAMessage(1500ms, 1000ms)) steps.push_back(step);
+    caller.fill("steps", stepsXml(steps));
+    caller.fill("caller_hangs_up", "0");
+    caller.fill("bye_within", "10000");
+
+    const SippResult result = caller.run("answered_call.xml", 60s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("01234, on ")));
+    EXPECT_THAT(corvel.log(), HasSubstr("say: ")) << "the caller was announced";
+
+    const WaveFacts message = waveFacts(corvel.data() / "1-1-01234.wav");
+    ASSERT_TRUE(message.readable) << corvel.log();
+    EXPECT_TRUE(message.pcm16 && message.rate == 8000 && message.channels == 1 && message.headerSizesRight);
+    EXPECT_GT(message.seconds, 3.0);
+    EXPECT_GT(message.rms, 300);
+
+    // The user's own prompts went out converted: A-law and a float file at 44.1 kHz.
+    std::size_t converted = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(corvel.root() / "cache")) {
+        converted += entry.path().parent_path().filename() == "prompts";
+    }
+    EXPECT_EQ(converted, 2u);
+    EXPECT_GT(static_cast<double>(ear.samples().size()) / 8000, readBack.count() / 1000.0);
+}
+
+TEST_F(SipCallTest, ACallerWhoHangsUpWhileRecordingLeavesACompleteMessage)
+{
+    useOwnPrompts();
+    corvel.set("data", "allcalls", "True");
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    Sipp caller(corvel);
+    caller.fill("from", "<sip:0987@127.0.0.1>");
+    const milliseconds readBack = 800ms + prompt("from.wav") + prompt("0.wav") + prompt("9.wav") + prompt("8.wav") +
+                                  prompt("7.wav");
+    caller.fill("steps", stepsXml({pause(readBack + 1500ms + 3000ms), key('1'), pause(1000ms + 1000ms), speech(),
+                                   pause(4000ms)}));
+    caller.fill("caller_hangs_up", "1");
+    caller.fill("bye_within", "0");
+
+    const SippResult result = caller.run("answered_call.xml", 60s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    ASSERT_TRUE(corvel.waitForLog("the SIP caller hung up", 5s)) << corvel.log();
+    ASSERT_TRUE(eventually([&] { return waveFacts(corvel.data() / "1-1-0987.wav").readable; }, 5s)) << corvel.log();
+    const WaveFacts message = waveFacts(corvel.data() / "1-1-0987.wav");
+    EXPECT_TRUE(message.pcm16 && message.rate == 8000 && message.channels == 1);
+    EXPECT_TRUE(message.headerSizesRight) << "a player finds the whole sound and nothing past it";
+    EXPECT_GT(message.seconds, 1.5);
+    EXPECT_GT(message.rms, 300);
+    EXPECT_TRUE(corvel.running());
+}
+
+TEST_F(SipCallTest, AStarDuringTheGreetingHangsUpAtOnce)
+{
+    corvel.set("data", "allcalls", "True");
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    Sipp caller(corvel);
+    caller.fill("from", "<sip:0555@127.0.0.1>");
+    caller.fill("steps", stepsXml({pause(700ms), key('*')}));
+    caller.fill("caller_hangs_up", "0");
+    caller.fill("bye_within", "4000");
+
+    const SippResult result = caller.run("answered_call.xml", 30s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0555, on ")));
+    EXPECT_FALSE(fs::exists(corvel.data() / "1-1-0555.wav"));
+}
+
+TEST_F(SipCallTest, ACallerWhoGivesUpBeforeTheAnswerIsLoggedAndTheLineTakesTheNextCall)
+{
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    for (const char* number : {"0111", "0222"}) {
+        Sipp caller(corvel);
+        caller.fill("from", std::string("<sip:") + number + "@127.0.0.1>");
+        caller.fill("ring_for", "1200");
+        const SippResult result = caller.run("cancelled_call.xml", 20s);
+        EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+        ASSERT_TRUE(corvel.waitForLog("gave up before the answer", 3s));
+    }
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0111, on "), StartsWith("0222, on ")));
+}
+
+TEST_F(SipCallTest, ASecondCallerDuringACallHearsBusy)
+{
+    corvel.set("data", "allcalls", "True");
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    Sipp first(corvel);
+    first.fill("from", "<sip:0100@127.0.0.1>");
+    first.fill("steps", stepsXml({pause(5000ms)}));
+    first.fill("caller_hangs_up", "1");
+    first.fill("bye_within", "0");
+    first.start("answered_call.xml", 30s);
+    ASSERT_TRUE(corvel.waitForLog("answering the SIP call", 10s)) << corvel.log();
+
+    Sipp second(corvel);
+    second.fill("from", "<sip:0200@127.0.0.1>");
+    const SippResult busy = second.run("busy_call.xml", 15s);
+    EXPECT_EQ(busy.exitCode, 0) << explain(busy) << corvel.log();
+    const SippResult answered = first.finish();
+    EXPECT_EQ(answered.exitCode, 0) << explain(answered) << corvel.log();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0100, on ")));
+}
+
+TEST_F(SipCallTest, KeysSentAsSipInfoAreTaken)
+{
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    Sipp caller(corvel);
+    caller.fill("from", "\"Anonymous\" <sip:anonymous@anonymous.invalid>");
+    caller.fill("steps", stepsXml({pause(1500ms), info("application/dtmf-relay", "Signal=0\nDuration=160"),
+                                   info("application/dtmf-relay", "Signal=1\nDuration=160"),
+                                   info("application/dtmf", "2"), info("application/dtmf", "#"), pause(1000ms)}));
+    caller.fill("caller_hangs_up", "1");
+    caller.fill("bye_within", "0");
+    const SippResult result = caller.run("answered_call.xml", 30s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("Withheld, on "), StartsWith(" keyed - 012, on ")));
+}
+
+TEST_F(SipCallTest, ACallWhoseSoundStopsEndsAsLost)
+{
+    corvel.set("data", "allcalls", "True");
+    corvel.set("sip", "medialoss", "2");
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    Sipp caller(corvel);
+    caller.fill("from", "<sip:0333@127.0.0.1>");
+    caller.fill("steps", "");
+    caller.fill("caller_hangs_up", "0");
+    caller.fill("bye_within", "10000");
+    const SippResult result = caller.run("answered_call.xml", 30s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_TRUE(corvel.waitForLog("the SIP call was lost", 3s)) << corvel.log();
+    EXPECT_TRUE(corvel.running());
+}
+
+TEST_F(SipCallTest, HostileCallerIdIsNeitherTrustedNorLetIntoTheLog)
+{
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    {
+        Sipp hostile(corvel);
+        hostile.fill("from", "\"" + std::string(3000, 'A') + "\\\"\x1b[31m\" <sip:12%0A34@127.0.0.1>");
+        hostile.fill("headers", "P-Asserted-Identity: \"Bank\" <sip:0800123456@127.0.0.1>, <<<" +
+                                    std::string(5000, '<') + "\nPrivacy: ;;;,,," + std::string(3000, ';') + "\n");
+        hostile.fill("ring_for", "800");
+        hostile.run("cancelled_call.xml", 20s); // answered with 487 or refused outright: either is fine
+    }
+    Sipp next(corvel);
+    next.fill("from", "<sip:0444@127.0.0.1>");
+    next.fill("ring_for", "800");
+    const SippResult result = next.run("cancelled_call.xml", 20s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_TRUE(corvel.running());
+
+    const auto calls = corvel.calls();
+    EXPECT_THAT(calls, Contains(StartsWith("0444, on ")));
+    // The asserted number came from nobody trusted: it was not believed.
+    EXPECT_THAT(calls, Not(Contains(HasSubstr("0800123456"))));
+    for (const std::string& line : calls) {
+        EXPECT_LT(line.size(), 400u);
+        EXPECT_EQ(line.find('\x1b'), std::string::npos);
+    }
+    EXPECT_EQ(corvel.log().find('\x1b'), std::string::npos);
+}
+
+TEST_F(SipCallTest, AnAccountRegistersWithItsPasswordAndItsServerIsTrusted)
+{
+    const std::string password = "Wh1sky-T4ngo-" + std::to_string(::getpid());
+    Sipp registrar(corvel);
+    registrar.fill("user", "corvel");
+    registrar.fill("password", password);
+    registrar.start("registrar.xml", 30s, true);
+    const std::string account = "sip:corvel@127.0.0.1:" + std::to_string(registrar.port());
+    corvel.set("sip", "account", account);
+    corvel.set("sip", "password", password);
+    ASSERT_TRUE(corvel.start("SIP account " + account)) << corvel.log();
+    const SippResult registered = registrar.finish();
+    EXPECT_EQ(registered.exitCode, 0) << explain(registered) << corvel.log();
+    EXPECT_TRUE(corvel.waitForLog(account + " is registered", 5s)) << corvel.log();
+
+    // A call through the account's server: its asserted identity counts.
+    Sipp caller(corvel);
+    caller.fill("from", "\"Front door\" <sip:door@127.0.0.1>");
+    caller.fill("headers", "P-Asserted-Identity: \"Jo\" <sip:0301234@127.0.0.1>\n");
+    caller.fill("ring_for", "800");
+    const SippResult result = caller.run("cancelled_call.xml", 20s);
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0301234, on ")));
+
+    corvel.stop();
+    EXPECT_THAT(corvel.log(), Not(HasSubstr(password)));
+    for (const auto& entry : fs::recursive_directory_iterator(corvel.root() / "cache")) {
+        if (entry.is_regular_file()) {
+            EXPECT_THAT(readText(entry.path()), Not(HasSubstr(password))) << entry.path();
+        }
+    }
+}
+
+TEST_F(SipCallTest, AnotherRealClientIsAnsweredAndItsHangUpEndsTheCall)
+{
+    const auto baresip = findProgram("baresip");
+    if (!baresip) GTEST_SKIP() << "baresip is not installed (Debian package baresip-core): the second client is not tried";
+    corvel.set("data", "allcalls", "True");
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+
+    // baresip speaks a file and hangs up when it ends.
+    const fs::path home = corvel.root() / "baresip";
+    fs::create_directories(home);
+    testing::writeTone(home / "speech.wav", 4.0);
+    std::ofstream(home / "config") << "poll_method epoll\nsip_listen 127.0.0.1:" << freePort() << "\n"
+                                   << "sip_transports udp\n"
+                                   << "audio_player aufile," << (home / "heard.wav").string() << "\n"
+                                   << "audio_alert aufile," << (home / "heard.wav").string() << "\n"
+                                   << "audio_source aufile," << (home / "speech.wav").string() << "\n"
+                                   << "module_path /usr/lib/baresip/modules\nmodule g711.so\nmodule aufile.so\n"
+                                   << "module_app account.so\nmodule_app menu.so\n";
+    std::ofstream(home / "accounts") << "\"Bea\" <sip:0777@127.0.0.1>;regint=0\n";
+    Process client({baresip->string(), "-4", "-f", home.string(), "-e",
+                    "/dial sip:corvel@127.0.0.1:" + std::to_string(corvel.port())},
+                   {{"HOME", home.string()}}, home / "baresip.out", home);
+    EXPECT_TRUE(corvel.waitForLog("answering the SIP call", 15s)) << readText(home / "baresip.out") << corvel.log();
+    EXPECT_TRUE(corvel.waitForLog("the SIP caller hung up", 15s)) << readText(home / "baresip.out") << corvel.log();
+    client.terminate();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0777, on ")));
+    EXPECT_TRUE(corvel.running());
+}
+
+} // namespace
+} // namespace corvel::e2e
