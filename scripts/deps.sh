@@ -7,6 +7,7 @@ packages=(
   qt6-base-dev qt6-multimedia-dev libgl-dev
   libsndfile1-dev libsamplerate0-dev
   mgetty-voice mgetty-pvftools
+  liblinphone-dev sip-tester baresip-core
   espeak-ng sox xdg-utils xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
 )

@@ -12,6 +12,7 @@
 #include "character/logging_agent.h"
 #include "telephony/line_switch.h"
 #include "telephony/modem/modem_line.h"
+#include "telephony/sip/sip_line.h"
 #include "telephony/testline/test_line.h"
 #include "ui/main_window.h"
 #include "ui/qt_event_loop.h"
@@ -34,6 +35,7 @@ struct CommandLine {
     std::string dataDir;
     std::string line;
     std::string webSite;
+    std::optional<std::string> sipListen;
 };
 
 // Read before the windowing system is touched, so that --help and --version work anywhere.
@@ -46,10 +48,11 @@ CommandLine readCommandLine(int argc, char* argv[])
     const QCommandLineOption headless("headless", "Run without windows: boxes and speech go to the log.");
     const QCommandLineOption configDir("config-dir", "Keep the settings in DIR.", "DIR");
     const QCommandLineOption dataDir("data-dir", "Keep the call log, directory, pictures and messages in DIR.", "DIR");
-    const QCommandLineOption line("line", "Use the line NAME, as if chosen from the list: test, modem:PORT.",
+    const QCommandLineOption line("line", "Use the line NAME, as if chosen from the list: test, modem:PORT, sip or a name as listed.",
                                   "NAME");
     const QCommandLineOption webSite("web-site", "Look for updates and Corvel's page at URL.", "URL");
-    options.addOptions({headless, configDir, dataDir, line, webSite});
+    const QCommandLineOption sipListen("sip-listen", "Take SIP calls on ADDR:PORT rather than the setting.", "ADDR:PORT");
+    options.addOptions({headless, configDir, dataDir, line, webSite, sipListen});
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
     if (!options.parse(arguments)) {
@@ -59,13 +62,14 @@ CommandLine readCommandLine(int argc, char* argv[])
     if (options.isSet(help)) options.showHelp();
     if (options.isSet(version)) options.showVersion();
     return {options.isSet(headless), options.value(configDir).toStdString(), options.value(dataDir).toStdString(),
-            options.value(line).toStdString(), options.value(webSite).toStdString()};
+            options.value(line).toStdString(), options.value(webSite).toStdString(),
+            options.isSet(sipListen) ? std::optional(options.value(sipListen).toStdString()) : std::nullopt};
 }
 
 constexpr std::string_view modemPrefix = "modem:";
 
-// The device the --line option names, among those the line offers: "test", or "modem:" and the
-// port of a voice modem.
+// The device the --line option names, among those the line offers: "test", "modem:" and the port
+// of a voice modem, "sip" for the direct SIP line, or a device's name as listed.
 std::optional<int> lineNamed(const std::string& name, const Line& line)
 {
     if (name.empty()) return std::nullopt;
@@ -74,7 +78,8 @@ std::optional<int> lineNamed(const std::string& name, const Line& line)
         const bool test = name == "test" && devices[i].name == TestLine::name;
         const bool modem = name.starts_with(modemPrefix) &&
                            devices[i].name.find(name.substr(modemPrefix.size())) != std::string::npos;
-        if (test || modem) return static_cast<int>(i);
+        const bool sip = name == "sip" && devices[i].name == SipLine::directName;
+        if (test || modem || sip || name == devices[i].name) return static_cast<int>(i);
     }
     log::error("there is no line \"" + name + "\" on this computer");
     std::exit(2);
@@ -111,7 +116,11 @@ int main(int argc, char* argv[])
     bool probed = false;
     modemLine.probe([&] { probed = true; });
     while (!probed) loop.yield();
-    LineSwitch line({&testLine, &modemLine});
+    // The SIP stack keeps its own files and the converted prompts with Corvel's cache.
+    SipLine sipLine(loop, settings,
+                    {std::filesystem::path(QStandardPaths::writableLocation(QStandardPaths::CacheLocation).toStdString()) / "sip",
+                     command.sipListen});
+    LineSwitch line({&testLine, &modemLine, &sipLine});
     LoggingAgent agent(loop);
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<HeadlessView> headlessView;
