@@ -1,5 +1,7 @@
 #include "app/answer_phone.h"
 
+#include <cstdlib>
+
 #include "app/text.h"
 #include "update/web_link.h"
 
@@ -10,6 +12,8 @@ AnswerPhone::AnswerPhone(Ports ports_)
       indicator(ports.view, ports.folder),
       calls(ports.loop, ports.line, ports.view),
       speech(ports.agent, ports.settings, ports.loop, ports.view),
+      characters(ports.agent, ports.settings, ports.view, ports.loop, speech,
+                 characterFolders(ports.folder.root(), std::getenv("XDG_DATA_DIRS")), [this] { shutdown(); }),
       display(ports.loop, ports.view, ports.folder),
       directory(ports.folder, ports.view, speech),
       pictures(ports.folder, ports.view, speech, display),
@@ -20,7 +24,7 @@ AnswerPhone::AnswerPhone(Ports ports_)
       playback(ports.folder, ports.view, ports.speaker, speech, display, messages, newCalls, ports.desktop),
       handling(*this),
       window(ports.view, ports.settings, ports.loop, speech),
-      options(ports.view, ports.settings, ports.agent, speech, ports.autostart),
+      options(ports.view, ports.settings, ports.agent, speech, characters, ports.autostart),
       promptFiles(ports.folder, ports.view, ports.settings, ports.speaker, ports.shell, speech),
       updates(ports.loop, ports.http, ports.settings, ports.view, speech, ports.shell,
               {webSite(), ports.cacheFolder}, downloading, [this] { shutdown(); })

@@ -15,6 +15,7 @@
 #include "app/view.h"
 #include "app/window_behaviour.h"
 #include "character/agent.h"
+#include "character/character_loading.h"
 #include "character/character_speech.h"
 #include "messages/message_playback.h"
 #include "messages/message_store.h"
@@ -84,6 +85,7 @@ public:
     TwoDigitIndicator indicator;
     CallControl calls;
     CharacterSpeech speech;
+    CharacterLoading characters;
     CallerDisplay display;
     Directory directory;
     CallerPictures pictures;

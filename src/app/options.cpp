@@ -21,8 +21,9 @@ const std::vector<Options::Stepper> Options::steppers{
     {"txt_vol", "vol", "Command25", "Command26", 1, 10},
 };
 
-Options::Options(View& view, SettingsStore& settings, Agent& agent, CharacterSpeech& speech, Autostart& autostart)
-    : view_(view), settings_(settings), agent_(agent), speech_(speech), autostart_(autostart)
+Options::Options(View& view, SettingsStore& settings, Agent& agent, CharacterSpeech& speech,
+                 CharacterLoading& characters, Autostart& autostart)
+    : view_(view), settings_(settings), agent_(agent), speech_(speech), characters_(characters), autostart_(autostart)
 {
 }
 
@@ -42,6 +43,8 @@ void Options::checkBoxClicked(std::string_view box)
         agent_.setSoundEffects(ticked);
     } else if (box == "chk_lww") {
         autostart_.setEnabled(ticked);
+    } else if (box == "chk_noagent") {
+        characters_.noagentClicked(ticked);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "app/settings_store.h"
 #include "app/view.h"
 #include "character/agent.h"
+#include "character/character_loading.h"
 #include "character/character_speech.h"
 
 namespace corvel {
@@ -31,7 +32,8 @@ public:
     static const std::vector<CheckBox> checkBoxes;
     static const std::vector<Stepper> steppers;
 
-    Options(View& view, SettingsStore& settings, Agent& agent, CharacterSpeech& speech, Autostart& autostart);
+    Options(View& view, SettingsStore& settings, Agent& agent, CharacterSpeech& speech, CharacterLoading& characters,
+            Autostart& autostart);
 
     void checkBoxClicked(std::string_view box);
     void captionClicked(std::string_view caption);
@@ -42,6 +44,7 @@ private:
     SettingsStore& settings_;
     Agent& agent_;
     CharacterSpeech& speech_;
+    CharacterLoading& characters_;
     Autostart& autostart_;
 };
 

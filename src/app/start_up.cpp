@@ -68,14 +68,13 @@ void AnswerPhone::startUp(std::optional<int> chosenLine)
             settings::writeData(settings, "phonyused", "1");
             settings::writeData(settings, "character", "Phony");
         }
-        view.setChecked("chk_effects", settings::dataFlag(settings, "effects", "True"));
-        ports.agent.setSoundEffects(view.isChecked("chk_effects"));
-        ports.agent.show();
-        speech.geniemove();
+        // Loading shows the character and stands it beside the window; "effects" ticks chk_effects.
+        characters.load(settings::readData(settings, "character", "Phony"));
         ports.loop.processPending();
         ports.agent.play("Alert");
         ports.loop.processPending();
     }
+    characters.listCharacters();
     speech.say("Welcome to corvel!");
     view.showTrayIcon(trayMenu(), "Corvel, version " CORVEL_VERSION);
 }

@@ -25,10 +25,10 @@ CharacterSpeech::CharacterSpeech(Agent& agent, const SettingsStore& settings, Ev
     : agent_(agent), settings_(settings), view_(view),
       timer3_(loop.createTimer([this] { timer3Tick(); }))
 {
-    agent_.setListener(this);
+    agent_.addListener(this);
 }
 
-CharacterSpeech::~CharacterSpeech() { agent_.setListener(nullptr); }
+CharacterSpeech::~CharacterSpeech() { agent_.removeListener(this); }
 
 std::string_view CharacterSpeech::volumeTag(std::string_view vol)
 {

@@ -6,6 +6,18 @@
 
 namespace corvel {
 
+bool LoggingAgent::load(std::string_view name)
+{
+    loaded_ = name;
+    log::info("character: " + loaded_ + " (not drawn)");
+    return true;
+}
+
+void LoggingAgent::unload(std::string_view name)
+{
+    if (name == loaded_) loaded_.clear();
+}
+
 AgentRequest LoggingAgent::speak(std::string_view text)
 {
     log::info("say: " + std::string(text));
@@ -21,9 +33,7 @@ AgentRequest LoggingAgent::moveTo(int, int) { return complete(); }
 AgentRequest LoggingAgent::complete()
 {
     const AgentRequest request = ++lastRequest_;
-    loop_.post([this, request] {
-        if (listener()) listener()->requestComplete(request);
-    });
+    loop_.post([this, request] { notifyRequestComplete(request); });
     return request;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "app/event_loop.h"
@@ -12,6 +13,13 @@ namespace corvel {
 class LoggingAgent final : public Agent {
 public:
     explicit LoggingAgent(EventLoop& loop) : loop_(loop) {}
+
+    // Remembers the name only: there is nothing to draw it with.
+    bool load(std::string_view name) override;
+    void unload(std::string_view name) override;
+    std::string description() const override { return {}; }
+    void addCommand(const AgentCommand&) override {}
+    void showPropertySheet() override {}
 
     void setBalloonStyle(std::uint32_t) override {}
     void stop() override {}
@@ -29,6 +37,7 @@ private:
 
     EventLoop& loop_;
     AgentRequest lastRequest_ = 0;
+    std::string loaded_;
 };
 
 } // namespace corvel
