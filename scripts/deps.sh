@@ -8,6 +8,7 @@ packages=(
   libsndfile1-dev libsamplerate0-dev
   mgetty-voice mgetty-pvftools
   liblinphone-dev sip-tester baresip-core
+  libespeak-ng-dev libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us libx11-dev
   espeak-ng sox xdg-utils xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
 )

@@ -1,5 +1,7 @@
 // Corvel: an answer phone for the Linux desktop.
 
+#include <cstdlib>
+
 #include <QApplication>
 #include <QComboBox>
 #include <QCommandLineParser>
@@ -9,11 +11,13 @@
 #include "app/headless_view.h"
 #include "app/ini_settings_store.h"
 #include "app/log.h"
+#include "character/character_loading.h"
 #include "character/logging_agent.h"
 #include "telephony/line_switch.h"
 #include "telephony/modem/modem_line.h"
 #include "telephony/sip/sip_line.h"
 #include "telephony/testline/test_line.h"
+#include "ui/agent/qt_agent.h"
 #include "ui/main_window.h"
 #include "ui/qt_event_loop.h"
 #include "ui/qt_http.h"
@@ -121,7 +125,15 @@ int main(int argc, char* argv[])
                     {std::filesystem::path(QStandardPaths::writableLocation(QStandardPaths::CacheLocation).toStdString()) / "sip",
                      command.sipListen});
     LineSwitch line({&testLine, &modemLine, &sipLine});
-    LoggingAgent agent(loop);
+    // On the desktop the character is drawn and speaks; without windows it speaks into the log.
+    LoggingAgent loggingAgent(loop);
+    std::unique_ptr<QtAgent> desktopAgent;
+    if (!command.headless) {
+        QtAgent::Options agentOptions;
+        agentOptions.characterFolders = characterFolders(folder.root(), std::getenv("XDG_DATA_DIRS"));
+        desktopAgent = std::make_unique<QtAgent>(std::move(agentOptions));
+    }
+    Agent& agent = desktopAgent ? static_cast<Agent&>(*desktopAgent) : loggingAgent;
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<HeadlessView> headlessView;
     View* view = nullptr;

@@ -572,6 +572,7 @@ void MainWindow::attach(AnswerPhone& phone)
     onClick("Command28", [&phone] { phone.directory.addContact(); });
     onClick("Command29", [&phone] { phone.directory.deleteContact(); });
     onClick("Command1", [&phone] { phone.handling.start(); });
+    onClick("Command27", [&phone] { phone.characters.command27Clicked(); });
     connect(&display_, &CallerDisplayWindow::clicked, this, [&phone] { phone.display.clicked(); });
     connect(&pickup_, &PickupWindow::clicked, this, [&phone] { phone.handling.pickupClicked(); });
     connect(control<QComboBox>("ComboDevice"), &QComboBox::activated, this,
