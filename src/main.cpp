@@ -1,6 +1,7 @@
 // Corvel: an answer phone for the Linux desktop.
 
 #include <cstdlib>
+#include <iostream>
 
 #include <QApplication>
 #include <QComboBox>
@@ -11,6 +12,7 @@
 #include "app/headless_view.h"
 #include "app/ini_settings_store.h"
 #include "app/log.h"
+#include "character/acs/character_info.h"
 #include "character/character_loading.h"
 #include "character/logging_agent.h"
 #include "telephony/line_switch.h"
@@ -40,6 +42,7 @@ struct CommandLine {
     std::string line;
     std::string webSite;
     std::optional<std::string> sipListen;
+    std::string acsInfo;
 };
 
 // Read before the windowing system is touched, so that --help and --version work anywhere.
@@ -56,7 +59,8 @@ CommandLine readCommandLine(int argc, char* argv[])
                                   "NAME");
     const QCommandLineOption webSite("web-site", "Look for updates and Corvel's page at URL.", "URL");
     const QCommandLineOption sipListen("sip-listen", "Take SIP calls on ADDR:PORT rather than the setting.", "ADDR:PORT");
-    options.addOptions({headless, configDir, dataDir, line, webSite, sipListen});
+    const QCommandLineOption acsInfo("acs-info", "Describe the character file FILE and end.", "FILE");
+    options.addOptions({headless, configDir, dataDir, line, webSite, sipListen, acsInfo});
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
     if (!options.parse(arguments)) {
@@ -67,7 +71,8 @@ CommandLine readCommandLine(int argc, char* argv[])
     if (options.isSet(version)) options.showVersion();
     return {options.isSet(headless), options.value(configDir).toStdString(), options.value(dataDir).toStdString(),
             options.value(line).toStdString(), options.value(webSite).toStdString(),
-            options.isSet(sipListen) ? std::optional(options.value(sipListen).toStdString()) : std::nullopt};
+            options.isSet(sipListen) ? std::optional(options.value(sipListen).toStdString()) : std::nullopt,
+            options.value(acsInfo).toStdString()};
 }
 
 constexpr std::string_view modemPrefix = "modem:";
@@ -96,6 +101,7 @@ int main(int argc, char* argv[])
     QApplication::setApplicationName("corvel");
     QApplication::setApplicationVersion(CORVEL_VERSION);
     const CommandLine command = readCommandLine(argc, argv);
+    if (!command.acsInfo.empty()) return acs::printCharacterInfo(command.acsInfo, std::cout, std::cerr);
     // Without windows there is no display to need either.
     if (command.headless && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
 
