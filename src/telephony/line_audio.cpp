@@ -1,5 +1,6 @@
 #include "telephony/line_audio.h"
 
+#include <samplerate.h>
 #include <sndfile.h>
 
 #include <algorithm>
@@ -151,6 +152,28 @@ std::optional<Milliseconds> playLength(const std::filesystem::path& path)
     }
     const std::int64_t rate = info.samplerate;
     return Milliseconds((info.frames * 1000 + rate - 1) / rate);
+}
+
+std::optional<std::vector<std::int16_t>> convertSampleRate(std::span<const std::int16_t> samples, int from, int to)
+{
+    if (from == to || samples.empty() || from <= 0 || to <= 0) return std::vector<std::int16_t>(samples.begin(), samples.end());
+    std::vector<float> in(samples.size());
+    src_short_to_float_array(samples.data(), in.data(), static_cast<int>(samples.size()));
+    const double ratio = static_cast<double>(to) / from;
+    std::vector<float> out(static_cast<std::size_t>(std::ceil(static_cast<double>(samples.size()) * ratio)) + 16);
+    SRC_DATA data{};
+    data.data_in = in.data();
+    data.input_frames = static_cast<long>(in.size());
+    data.data_out = out.data();
+    data.output_frames = static_cast<long>(out.size());
+    data.src_ratio = ratio;
+    if (const int error = src_simple(&data, SRC_SINC_MEDIUM_QUALITY, 1); error != 0) {
+        log::warning(std::string("cannot convert the sampling rate: ") + src_strerror(error));
+        return std::nullopt;
+    }
+    std::vector<std::int16_t> result(static_cast<std::size_t>(data.output_frames_gen));
+    src_float_to_short_array(out.data(), result.data(), static_cast<int>(result.size()));
+    return result;
 }
 
 } // namespace corvel

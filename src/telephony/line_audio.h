@@ -28,6 +28,11 @@ std::optional<MonoSound> readMonoSound(const std::filesystem::path& path);
 // brought to 8 kHz. Nothing (and a logged warning) when the file cannot be read as sound.
 std::optional<std::vector<std::int16_t>> readLineAudio(const std::filesystem::path& path);
 
+// `samples` taken from `from` to `to` samples a second with libsamplerate's good converter.
+// Nothing (and a logged warning) when the converter fails; the samples as they are when the
+// rates agree or make no sense.
+std::optional<std::vector<std::int16_t>> convertSampleRate(std::span<const std::int16_t> samples, int from, int to);
+
 // Writes line samples to `path` as a wave file. The samples go to "<path>.part" first and
 // are renamed into place only when complete, so no half-written file is ever left under
 // `path`. A failure is logged, leaves nothing behind and returns false.

@@ -633,25 +633,21 @@ void ModemLine::setCallActive(bool active)
 void ModemLine::drop()
 {
     if (!callActive_) return;
-    callActive_ = false;
     answerWhenReady_ = false;
-    playing_ = false;
-    playWanted_ = false;
-    if (recording_) {
-        recording_ = false;
-        writeRecording();
-    }
-    captureWanted_ = false;
     hangUpWanted_ = true;
-    if (data_ == Data::Transmit || data_ == Data::OpeningTransmit) endTransmit(true);
-    else if (data_ == Data::Receive || data_ == Data::OpeningReceive) endReceive();
-    advance();
+    leaveCall();
 }
 
 void ModemLine::handOver()
 {
     if (!callActive_ || (state_ != State::OffHook && state_ != State::Answering)) return;
-    callActive_ = false; // the caller is the user's now
+    handOverWanted_ = true; // the caller is the user's now
+    leaveCall();
+}
+
+void ModemLine::leaveCall()
+{
+    callActive_ = false;
     playing_ = false;
     playWanted_ = false;
     if (recording_) {
@@ -659,7 +655,6 @@ void ModemLine::handOver()
         writeRecording();
     }
     captureWanted_ = false;
-    handOverWanted_ = true;
     if (data_ == Data::Transmit || data_ == Data::OpeningTransmit) endTransmit(true);
     else if (data_ == Data::Receive || data_ == Data::OpeningReceive) endReceive();
     advance();

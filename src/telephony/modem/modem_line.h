@@ -149,6 +149,8 @@ private:
     void ringingStopped();
     void answered();
     void hangUp();
+    // The call is no longer this line's: play and recording end, the data state closes.
+    void leaveCall();
     void onHook();
     void callerLeft(const std::string& sign);
 

@@ -1,6 +1,5 @@
 #include "telephony/modem/voice_codec.h"
 
-#include <samplerate.h>
 
 #include <algorithm>
 #include <cmath>
@@ -111,24 +110,7 @@ std::vector<std::uint8_t> silence(SampleFormat format, std::size_t samples)
 
 std::vector<std::int16_t> convertRate(std::span<const std::int16_t> samples, int from, int to)
 {
-    if (from == to || samples.empty()) return {samples.begin(), samples.end()};
-    std::vector<float> in(samples.size());
-    src_short_to_float_array(samples.data(), in.data(), static_cast<int>(samples.size()));
-    const double ratio = static_cast<double>(to) / from;
-    std::vector<float> out(static_cast<std::size_t>(std::ceil(static_cast<double>(samples.size()) * ratio)) + 16);
-    SRC_DATA data{};
-    data.data_in = in.data();
-    data.input_frames = static_cast<long>(in.size());
-    data.data_out = out.data();
-    data.output_frames = static_cast<long>(out.size());
-    data.src_ratio = ratio;
-    if (const int error = src_simple(&data, SRC_SINC_MEDIUM_QUALITY, 1); error != 0) {
-        log::warning(std::string("cannot convert the sampling rate: ") + src_strerror(error));
-        return {};
-    }
-    std::vector<std::int16_t> result(static_cast<std::size_t>(data.output_frames_gen));
-    src_float_to_short_array(out.data(), result.data(), static_cast<int>(result.size()));
-    return result;
+    return convertSampleRate(samples, from, to).value_or(std::vector<std::int16_t>{});
 }
 
 std::optional<std::vector<std::uint8_t>> loadForModem(const std::filesystem::path& path, SampleFormat format,

@@ -1,6 +1,5 @@
 #include "telephony/sip/sip_audio.h"
 
-#include <samplerate.h>
 #include <sndfile.h>
 
 #include <array>
@@ -139,24 +138,8 @@ std::optional<fs::path> PromptCache::playable(const fs::path& file) const
 
 std::vector<std::int16_t> resampled(std::span<const std::int16_t> samples, int from, int to)
 {
-    if (from == to || samples.empty() || from <= 0 || to <= 0) return {samples.begin(), samples.end()};
-    std::vector<float> in(samples.size());
-    src_short_to_float_array(samples.data(), in.data(), static_cast<int>(samples.size()));
-    const double ratio = static_cast<double>(to) / from;
-    std::vector<float> out(static_cast<std::size_t>(static_cast<double>(samples.size()) * ratio) + 16);
-    SRC_DATA data{};
-    data.data_in = in.data();
-    data.input_frames = static_cast<long>(in.size());
-    data.data_out = out.data();
-    data.output_frames = static_cast<long>(out.size());
-    data.src_ratio = ratio;
-    if (const int failure = src_simple(&data, SRC_SINC_MEDIUM_QUALITY, 1); failure != 0) {
-        log::warning(std::string("cannot convert the sampling rate: ") + src_strerror(failure));
-        return {samples.begin(), samples.end()};
-    }
-    std::vector<std::int16_t> result(static_cast<std::size_t>(data.output_frames_gen));
-    src_float_to_short_array(out.data(), result.data(), static_cast<int>(result.size()));
-    return result;
+    // A sound the converter cannot take is played at its own rate rather than not at all.
+    return convertSampleRate(samples, from, to).value_or(std::vector<std::int16_t>(samples.begin(), samples.end()));
 }
 
 bool fixWaveSizes(const fs::path& file)
