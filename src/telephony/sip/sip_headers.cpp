@@ -70,21 +70,33 @@ std::string unquoted(std::string_view text)
     return std::string(trim(out));
 }
 
-// The elements of a header value, split at the commas that are neither quoted nor inside <>.
-std::vector<std::string_view> elements(std::string_view header)
+// Shows `stopAt` each character that is outside quoted strings (a quoted string may hold
+// backslash escapes) with its position, and gives the first position it accepts, or npos.
+template <typename Stop> std::size_t findOutsideQuotes(std::string_view text, Stop stopAt)
 {
-    std::vector<std::string_view> parts;
     bool quoted = false;
-    bool bracketed = false;
-    std::size_t start = 0;
-    for (std::size_t i = 0; i < header.size(); ++i) {
-        const char c = header[i];
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
         if (quoted) {
             if (c == '\\') ++i;
             else if (c == '"') quoted = false;
         } else if (c == '"') {
             quoted = true;
-        } else if (c == '<') {
+        } else if (stopAt(c, i)) {
+            return i;
+        }
+    }
+    return std::string_view::npos;
+}
+
+// The elements of a header value, split at the commas that are neither quoted nor inside <>.
+std::vector<std::string_view> elements(std::string_view header)
+{
+    std::vector<std::string_view> parts;
+    bool bracketed = false;
+    std::size_t start = 0;
+    findOutsideQuotes(header, [&](char c, std::size_t i) {
+        if (c == '<') {
             bracketed = true;
         } else if (c == '>') {
             bracketed = false;
@@ -92,7 +104,8 @@ std::vector<std::string_view> elements(std::string_view header)
             parts.push_back(header.substr(start, i - start));
             start = i + 1;
         }
-    }
+        return false;
+    });
     parts.push_back(header.substr(start));
     return parts;
 }
@@ -136,19 +149,11 @@ std::optional<NameAddress> parseElement(std::string_view element)
 {
     element = trim(element);
     // The display name may itself hold a "<" when quoted: find the bracket outside quotes.
-    bool quoted = false;
-    for (std::size_t i = 0; i < element.size(); ++i) {
-        const char c = element[i];
-        if (quoted) {
-            if (c == '\\') ++i;
-            else if (c == '"') quoted = false;
-        } else if (c == '"') {
-            quoted = true;
-        } else if (c == '<') {
-            std::string_view uri = element.substr(i + 1);
-            uri = uri.substr(0, uri.find('>'));
-            return parseUri(uri, unquoted(element.substr(0, i)));
-        }
+    const std::size_t open = findOutsideQuotes(element, [](char c, std::size_t) { return c == '<'; });
+    if (open != std::string_view::npos) {
+        std::string_view uri = element.substr(open + 1);
+        uri = uri.substr(0, uri.find('>'));
+        return parseUri(uri, unquoted(element.substr(0, open)));
     }
     // A bare URI: what follows ";" after the host is a header parameter.
     return parseUri(element, {});
