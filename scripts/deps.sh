@@ -9,7 +9,7 @@ packages=(
   mgetty-voice mgetty-pvftools
   liblinphone-dev sip-tester baresip-core
   libespeak-ng-dev libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us libx11-dev
-  espeak-ng sox xdg-utils xvfb xauth
+  espeak-ng sox xdg-utils xvfb xauth pulseaudio
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 

@@ -43,6 +43,7 @@ struct CommandLine {
     std::string webSite;
     std::optional<std::string> sipListen;
     std::string acsInfo;
+    std::string request; // for the Corvel that is running: "pick-up" or "hang-up"
 };
 
 // Read before the windowing system is touched, so that --help and --version work anywhere.
@@ -60,7 +61,9 @@ CommandLine readCommandLine(int argc, char* argv[])
     const QCommandLineOption webSite("web-site", "Look for updates and Corvel's page at URL.", "URL");
     const QCommandLineOption sipListen("sip-listen", "Take SIP calls on ADDR:PORT rather than the setting.", "ADDR:PORT");
     const QCommandLineOption acsInfo("acs-info", "Describe the character file FILE and end.", "FILE");
-    options.addOptions({headless, configDir, dataDir, line, webSite, sipListen, acsInfo});
+    const QCommandLineOption pickUp("pick-up", "Take the caller waiting in the running Corvel, as a click on its pick-up window does.");
+    const QCommandLineOption hangUp("hang-up", "End the call taken on the computer's microphone and speaker in the running Corvel.");
+    options.addOptions({headless, configDir, dataDir, line, webSite, sipListen, acsInfo, pickUp, hangUp});
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
     if (!options.parse(arguments)) {
@@ -72,7 +75,19 @@ CommandLine readCommandLine(int argc, char* argv[])
     return {options.isSet(headless), options.value(configDir).toStdString(), options.value(dataDir).toStdString(),
             options.value(line).toStdString(), options.value(webSite).toStdString(),
             options.isSet(sipListen) ? std::optional(options.value(sipListen).toStdString()) : std::nullopt,
-            options.value(acsInfo).toStdString()};
+            options.value(acsInfo).toStdString(),
+            options.isSet(pickUp) ? "pick-up" : options.isSet(hangUp) ? "hang-up" : ""};
+}
+
+// Passes the command line's request to the Corvel that is running, without starting another.
+int tellRunning(const std::string& request, int argc, char* argv[])
+{
+    const QCoreApplication application(argc, argv);
+    if (!SingleInstance().tell(QString::fromStdString(request))) {
+        log::error("Corvel is not running");
+        return 1;
+    }
+    return 0;
 }
 
 constexpr std::string_view modemPrefix = "modem:";
@@ -102,6 +117,7 @@ int main(int argc, char* argv[])
     QApplication::setApplicationVersion(CORVEL_VERSION);
     const CommandLine command = readCommandLine(argc, argv);
     if (!command.acsInfo.empty()) return acs::printCharacterInfo(command.acsInfo, std::cout, std::cerr);
+    if (!command.request.empty()) return tellRunning(command.request, argc, argv);
     // Without windows there is no display to need either.
     if (command.headless && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
 
@@ -180,10 +196,18 @@ int main(int argc, char* argv[])
         window->setVisible(!settings::dataFlag(settings, "hide", "False"));
         if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
     };
+    QObject::connect(&instance, &SingleInstance::requested, &application, [&](const QString& request) {
+        if (request == "pick-up") {
+            phone.handling.takeCall();
+        } else if (request == "hang-up") {
+            phone.handling.hangUpDesktopCall();
+        } else if (request == "show") {
+            if (window) phone.trayMenuClicked("max"); // a second start brings the running Corvel to the front
+        } else {
+            log::warning("ignored the request \"" + request.left(64).toStdString() + "\" from another Corvel");
+        }
+    });
     if (window) {
-        // A second start brings the running Corvel to the front.
-        QObject::connect(&instance, &SingleInstance::anotherStarted, window.get(),
-                         [&phone] { phone.trayMenuClicked("max"); });
         // The splash first; a second Corvel learns it is one only when the splash is over.
         SplashWindow::showFor(std::chrono::milliseconds(2000), startUp);
     } else {

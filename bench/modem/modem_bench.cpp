@@ -64,6 +64,7 @@ public:
     void mediaModeChanged() override {}
     void callerHungUp() override {}
     void playDone() override {}
+    void desktopCallEnded() override {}
 
 private:
     Line& line_;

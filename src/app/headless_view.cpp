@@ -22,6 +22,19 @@ void HeadlessView::moveMainWindow(double left, double top)
     placement_.top = top;
 }
 
+void HeadlessView::showPickup()
+{
+    log::info("a caller waits to be put through: \"corvel --pick-up\" takes the call");
+}
+
+void HeadlessView::showDesktopCall(std::string_view caller)
+{
+    log::info("on the computer's microphone and speaker with " + (caller.empty() ? std::string("the caller") : std::string(caller)) +
+              ": \"corvel --hang-up\" ends the call");
+}
+
+void HeadlessView::closeDesktopCall() { log::info("the call on the computer's microphone and speaker is over"); }
+
 void HeadlessView::messageBox(MessageIcon, std::string_view title, std::string_view text)
 {
     log::info("message box \"" + std::string(title) + "\": " + std::string(text));

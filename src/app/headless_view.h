@@ -37,9 +37,12 @@ public:
     void releaseTrayIcon() override {}
     void showCallerPicture() override {}
     void unloadCallerPicture() override {}
-    void showPickup() override {}
+    // Without a window to click, the user takes the call and hangs up from the command line.
+    void showPickup() override;
     void setPickupCaption(std::string_view) override {}
     void unloadPickup() override {}
+    void showDesktopCall(std::string_view caller) override;
+    void closeDesktopCall() override;
     void showDownload() override {}
     void setDownloadText(std::string_view) override {}
     void setDownloadShapeVisible(bool) override {}

@@ -69,6 +69,9 @@ public:
     virtual void showPickup() = 0;
     virtual void setPickupCaption(std::string_view text) = 0;
     virtual void unloadPickup() = 0;
+    // The call the user took on the computer's microphone and speaker, with a way to hang up.
+    virtual void showDesktopCall(std::string_view caller) = 0;
+    virtual void closeDesktopCall() = 0;
     // frm_download, the progress of an update's download: its text and its blinking shape.
     virtual void showDownload() = 0;
     virtual void setDownloadText(std::string_view text) = 0;

@@ -205,6 +205,8 @@ void CallControl::callerHungUp()
 
 void CallControl::playDone() { state_.playdone = true; }
 
+void CallControl::desktopCallEnded() { view_.closeDesktopCall(); }
+
 void CallControl::timer1Tick()
 {
     if (state_.callInProgress && state_.idleCountdown > 0) {

@@ -81,6 +81,7 @@ private:
     void mediaModeChanged() override;
     void callerHungUp() override;
     void playDone() override;
+    void desktopCallEnded() override;
 
     void timer1Tick();
     void timer2Tick();

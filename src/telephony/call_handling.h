@@ -30,6 +30,10 @@ public:
 
     // --- frm_pickup: the user takes the caller on their own telephone ---
     void pickupClicked();
+    // The same, asked for from outside the window (the command line); only while a caller waits.
+    void takeCall();
+    // Ends the call the user took on the computer's microphone and speaker.
+    void hangUpDesktopCall();
 
 private:
     bool callIsOurs();

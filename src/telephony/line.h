@@ -29,6 +29,7 @@ public:
     virtual void callStateChanged() = 0;
     virtual void mediaModeChanged() = 0;              // e.g. a fax announcing itself
     virtual void callerHungUp() = 0;                  // the far end left a call that was up
+    virtual void desktopCallEnded() = 0;              // the call the user took on the computer is over
     virtual void playDone() = 0;                      // the whole play list has been played
 
 protected:
@@ -64,6 +65,10 @@ public:
     // Gives the call up to the user's own telephone, leaving the caller connected to it; the
     // call is then no longer this line's.
     virtual void handOver() = 0;
+    // A line with no telephone of the user's on it hands the caller over to the computer's own
+    // microphone and speaker: whether such a call goes on, and the user hanging it up.
+    virtual bool desktopCall() const { return false; }
+    virtual void hangUpDesktopCall() {}
     virtual void setOwnCall(bool own) { ownCall_ = own; }
     virtual bool ownCall() const { return ownCall_; }
     virtual std::string ownerApplication() const = 0;

@@ -18,6 +18,7 @@ public:
     void mediaModeChanged() override { pass([](LineEvents& e) { e.mediaModeChanged(); }); }
     void callerHungUp() override { pass([](LineEvents& e) { e.callerHungUp(); }); }
     void playDone() override { pass([](LineEvents& e) { e.playDone(); }); }
+    void desktopCallEnded() override { pass([](LineEvents& e) { e.desktopCallEnded(); }); }
 
 private:
     template <typename Event> void pass(Event event)

@@ -32,6 +32,8 @@ public:
     void answer() override { active_->answer(); }
     void drop() override { active_->drop(); }
     void handOver() override { active_->handOver(); }
+    bool desktopCall() const override { return active_->desktopCall(); }
+    void hangUpDesktopCall() override { active_->hangUpDesktopCall(); }
     void setOwnCall(bool own) override { active_->setOwnCall(own); }
     bool ownCall() const override { return active_->ownCall(); }
     std::string ownerApplication() const override { return active_->ownerApplication(); }

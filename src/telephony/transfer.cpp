@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "app/answer_phone.h"
+#include "app/log.h"
 #include "app/text.h"
 #include "telephony/call_handling.h"
 
@@ -46,9 +47,31 @@ void CallHandling::transfer()
 
 void CallHandling::pickupClicked()
 {
-    phone_.ports.line.handOver();
+    Line& line = phone_.ports.line;
+    const std::string caller = phone_.calls.state().currentCaller; // standby clears it
+    line.handOver();
+    if (line.desktopCall()) phone_.ports.view.showDesktopCall(caller);
     phone_.calls.standby();
     unloadme();
+}
+
+void CallHandling::takeCall()
+{
+    if (phone_.calls.state().callphase != CallPhase::PuttingThrough) {
+        log::info("no caller waits to be put through");
+        return;
+    }
+    pickupClicked();
+}
+
+void CallHandling::hangUpDesktopCall()
+{
+    if (!phone_.ports.line.desktopCall()) {
+        log::info("there is no call on the computer's microphone and speaker to hang up");
+        return;
+    }
+    log::info("the user hangs up");
+    phone_.ports.line.hangUpDesktopCall();
 }
 
 void CallHandling::unloadme()

@@ -192,6 +192,7 @@ MainWindow::MainWindow() : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint
         popUp->setStyleSheet("QLabel { color: " + style::qcolor(style::colour::text).name() + "; }");
         popUp->setWindowIcon(windowIcon());
     }
+    desktopCall_.setWindowIcon(windowIcon());
 
     const int width = pixels(widthTwips);
     const int shrunk = pixels(WindowBehaviour::shrunkHeight);
@@ -575,6 +576,7 @@ void MainWindow::attach(AnswerPhone& phone)
     onClick("Command27", [&phone] { phone.characters.command27Clicked(); });
     connect(&display_, &CallerDisplayWindow::clicked, this, [&phone] { phone.display.clicked(); });
     connect(&pickup_, &PickupWindow::clicked, this, [&phone] { phone.handling.pickupClicked(); });
+    connect(&desktopCall_, &DesktopCallWindow::hangUpClicked, this, [&phone] { phone.handling.hangUpDesktopCall(); });
     connect(control<QComboBox>("ComboDevice"), &QComboBox::activated, this,
             [&phone](int index) { phone.handling.chooseDevice(index); });
     connect(&tray_, &TrayIcon::chosen, this, [&phone](const QString& key) { phone.trayMenuClicked(key.toStdString()); });
@@ -818,6 +820,15 @@ void MainWindow::showPickup()
 
 void MainWindow::setPickupCaption(std::string_view text) { pickup_.setCaption(toQt(text)); }
 void MainWindow::unloadPickup() { pickup_.hide(); }
+
+void MainWindow::showDesktopCall(std::string_view caller)
+{
+    desktopCall_.setCaller(toQt(caller));
+    desktopCall_.show();
+    desktopCall_.raise();
+}
+
+void MainWindow::closeDesktopCall() { desktopCall_.hide(); }
 
 void MainWindow::showDownload() { download_.showCentred(); }
 void MainWindow::setDownloadText(std::string_view text) { download_.setText(toQt(text)); }

@@ -9,6 +9,7 @@
 #include "app/view.h"
 #include "ui/caller_display_window.h"
 #include "ui/download_window.h"
+#include "ui/desktop_call_window.h"
 #include "ui/pickup_window.h"
 #include "ui/tray_icon.h"
 
@@ -56,6 +57,8 @@ public:
     void showPickup() override;
     void setPickupCaption(std::string_view text) override;
     void unloadPickup() override;
+    void showDesktopCall(std::string_view caller) override;
+    void closeDesktopCall() override;
     void showDownload() override;
     void setDownloadText(std::string_view text) override;
     void setDownloadShapeVisible(bool visible) override;
@@ -113,6 +116,7 @@ private:
 
     CallerDisplayWindow display_;
     PickupWindow pickup_;
+    DesktopCallWindow desktopCall_;
     DownloadWindow download_;
     TrayIcon tray_;
 };

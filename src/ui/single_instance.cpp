@@ -21,6 +21,8 @@ using namespace std::chrono_literals;
 // that is still running keeps it regardless: it holds the file open and locked.
 constexpr auto staleAfter = 10s;
 constexpr int socketWaitMs = 1000;
+// Requests are single words; anything longer is no request of Corvel's.
+constexpr qint64 longestRequest = 64;
 
 } // namespace
 
@@ -60,7 +62,7 @@ bool SingleInstance::isFirst()
         listen();
     } else if (lock_->error() == QLockFile::LockFailedError) {
         first_ = false;
-        tellFirst();
+        tell(QStringLiteral("show"));
     } else {
         // Nothing can be told about other processes; running twice beats not running.
         log::warning("cannot take the lock " + lockPath().toStdString() + "; starting anyway");
@@ -81,19 +83,33 @@ void SingleInstance::listen()
     connect(&server_, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket* other = server_.nextPendingConnection()) {
             connect(other, &QLocalSocket::disconnected, other, &QObject::deleteLater);
-            emit anotherStarted();
+            connect(other, &QLocalSocket::readyRead, this, [this, other] {
+                while (other->canReadLine()) {
+                    const QString request = QString::fromUtf8(other->readLine(longestRequest + 1)).trimmed();
+                    // Later, not inside the socket's own signal: a request may run the event loop,
+                    // in which the socket may be deleted.
+                    if (!request.isEmpty()) {
+                        QMetaObject::invokeMethod(this, [this, request] { emit requested(request); }, Qt::QueuedConnection);
+                    }
+                }
+                if (other->bytesAvailable() > longestRequest) {
+                    log::warning("a request on " + socketPath().toStdString() + " was too long; ignored");
+                    other->abort();
+                }
+            });
         }
     });
 }
 
-void SingleInstance::tellFirst() const
+bool SingleInstance::tell(const QString& request) const
 {
     QLocalSocket socket;
     socket.connectToServer(socketPath());
-    if (!socket.waitForConnected(socketWaitMs)) return;
-    socket.write("show\n");
-    socket.waitForBytesWritten(socketWaitMs);
+    if (!socket.waitForConnected(socketWaitMs)) return false;
+    socket.write(request.toUtf8() + '\n');
+    const bool written = socket.waitForBytesWritten(socketWaitMs);
     socket.disconnectFromServer();
+    return written;
 }
 
 } // namespace corvel

@@ -64,6 +64,7 @@ public:
     void mediaModeChanged() override { record("mediaModeChanged"); }
     void callerHungUp() override { record("callerHungUp"); }
     void playDone() override { record("playDone"); }
+    void desktopCallEnded() override { record("desktopCallEnded"); }
 
 private:
     void record(std::string name) { events.push_back({loop_.elapsed(), std::move(name)}); }

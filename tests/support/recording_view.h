@@ -138,6 +138,8 @@ public:
         pickupShown = false;
         events.emplace_back("unload frm_pickup");
     }
+    void showDesktopCall(std::string_view caller) override { events.push_back("show desktop call " + std::string(caller)); }
+    void closeDesktopCall() override { events.emplace_back("close desktop call"); }
     WindowPlacement mainWindowPlacement() const override { return placement; }
     void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override
     {

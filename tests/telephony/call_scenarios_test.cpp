@@ -159,6 +159,19 @@ TEST_F(CallScenarioTest, ClickingThePickUpWindowHandsTheCallerToTheUser)
     expectAtRest();
 }
 
+TEST_F(CallScenarioTest, TheCallIsTakenFromOutsideTheWindowOnlyWhileTheCallerWaits)
+{
+    loop.schedule(24s + 3s, [&] {
+        phone.handling.takeCall(); // still asking for the number
+        EXPECT_FALSE(line.handedOver());
+        EXPECT_EQ(phone.calls.state().callphase, CallPhase::Interrogating);
+    });
+    loop.schedule(24s + 12s, [&] { phone.handling.takeCall(); });
+    run(caller(Identity::Withheld, {{4s, '3'}, {5s, '#'}}));
+    EXPECT_TRUE(line.handedOver());
+    expectAtRest();
+}
+
 TEST_F(CallScenarioTest, TheNinetyNinthMessageFindsNoRoom)
 {
     for (int slot = 1; slot <= 98; ++slot) writeFile("1-" + std::to_string(slot) + "-0.wav", "RIFF");

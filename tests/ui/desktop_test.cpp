@@ -82,13 +82,24 @@ TEST_F(SingleInstanceTest, ALaterStartIsTurnedAwayAndTheFirstIsTold)
 {
     SingleInstance first(key);
     ASSERT_TRUE(first.isFirst());
-    QSignalSpy told(&first, &SingleInstance::anotherStarted);
+    QSignalSpy told(&first, &SingleInstance::requested);
 
     SingleInstance second(key);
     EXPECT_FALSE(second.isFirst());
     EXPECT_FALSE(second.isFirst()) << "decided once";
-    EXPECT_TRUE(told.wait(5000) || told.count() == 1);
+    ASSERT_TRUE(told.wait(5000) || told.count() == 1);
+    EXPECT_EQ(told.takeFirst().at(0).toString(), "show");
     EXPECT_TRUE(first.isFirst());
+
+    // The user's requests from the command line reach the running one, a line at a time.
+    EXPECT_TRUE(SingleInstance(key).tell("pick-up"));
+    ASSERT_TRUE(told.wait(5000) || told.count() == 1);
+    EXPECT_EQ(told.takeFirst().at(0).toString(), "pick-up");
+}
+
+TEST_F(SingleInstanceTest, ARequestWithNobodyRunningIsNotDelivered)
+{
+    EXPECT_FALSE(SingleInstance(key).tell("hang-up"));
 }
 
 TEST_F(SingleInstanceTest, ALockLeftByADeadProcessIsTakenOverButALiveOneIsKept)
@@ -110,7 +121,7 @@ TEST_F(SingleInstanceTest, ALockLeftByADeadProcessIsTakenOverButALiveOneIsKept)
 
     SingleInstance restarted(key);
     ASSERT_TRUE(restarted.isFirst());
-    QSignalSpy told(&restarted, &SingleInstance::anotherStarted);
+    QSignalSpy told(&restarted, &SingleInstance::requested);
 
     // Running for hours does not make the lock stale while its holder lives.
     std::filesystem::last_write_time(lock.toStdString(), longAgo);

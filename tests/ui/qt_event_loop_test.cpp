@@ -134,6 +134,7 @@ TEST_F(QtTest, TestLineRunsOnTheDesktopLoop)
         void mediaModeChanged() override {}
         void callerHungUp() override {}
         void playDone() override { events.emplace_back("playDone"); }
+        void desktopCallEnded() override {}
     } listener;
     const auto folder = std::filesystem::temp_directory_path() / ("corvel-qt-line-" + std::to_string(::getpid()));
     std::filesystem::create_directories(folder);

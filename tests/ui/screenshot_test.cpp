@@ -120,8 +120,10 @@ TEST(MainWindowScreenshot, ShrunkAndExpandedOnARealDisplay)
     window.showCallerPicture();
     window.setPickupCaption("Anna Clarke - 12");
     window.showPickup();
+    window.showDesktopCall("Anna Clarke");
     for (QWidget* top : QApplication::topLevelWidgets()) {
-        if (top->objectName() != "frm_display" && top->objectName() != "frm_pickup") continue;
+        const QString name = top->objectName();
+        if (name != "frm_display" && name != "frm_pickup" && name != "frm_desktopcall") continue;
         ASSERT_TRUE(QTest::qWaitForWindowExposed(top));
         EXPECT_TRUE(top->grab().save(folder + '/' + top->objectName() + suffix + ".png"));
     }

@@ -459,6 +459,13 @@ void SipLine::report(std::function<void(LineEvents&)> event)
     });
 }
 
+void SipLine::reportEvenWhenClosed(std::function<void(LineEvents&)> event)
+{
+    loop_.post([this, alive = std::weak_ptr<bool>(alive_), event = std::move(event)] {
+        if (!alive.expired() && listener()) event(*listener());
+    });
+}
+
 bool SipLine::isCurrent(const std::shared_ptr<lp::Call>& call) const { return call_ && call && call_->call == call; }
 
 bool SipLine::streamsRunning() const
@@ -479,7 +486,13 @@ void SipLine::callStateChanged(const std::shared_ptr<lp::Call>& call, int state,
         if (isCurrent(call) && call_->phase == CurrentCall::Phase::Answered && !call_->connected) {
             call_->connected = true;
             report([](LineEvents& e) { e.connected(); });
+        } else if (isCurrent(call) && bridged_) {
+            log::info("the caller talks to the desktop now");
         }
+        break;
+    case lp::Call::State::Paused:
+        // Held only to move its sound to the desktop: taken back at once.
+        if (isCurrent(call) && bridged_ && call->resume() != 0) log::warning("the SIP stack would not take the call back");
         break;
     case lp::Call::State::End:
     case lp::Call::State::Error: callEnded(call, message); break;
@@ -566,7 +579,11 @@ void SipLine::callEnded(const std::shared_ptr<lp::Call>& call, const std::string
         }
         report([](LineEvents& e) { e.callerHungUp(); });
         break;
-    case CurrentCall::Phase::HandedOver: log::info("the call handed over to " + call_->handedTo + " has ended"); break;
+    case CurrentCall::Phase::HandedOver:
+        log::info("the call handed over to " + call_->handedTo + " has ended");
+        // The line may be closed for its reopening: the user's hang-up window must go all the same.
+        if (bridged_) reportEvenWhenClosed([](LineEvents& e) { e.desktopCallEnded(); });
+        break;
     case CurrentCall::Phase::Ended: break; // ended by this line
     }
 }
@@ -680,8 +697,8 @@ void SipLine::bridgeToDesktop()
 {
     call_->phase = CurrentCall::Phase::HandedOver;
     call_->handedTo = "the desktop";
-    core_->setUseFiles(false);
     bridged_ = true;
+    core_->reloadSoundDevices(); // a headset plugged in since the stack started counts too
     std::shared_ptr<lp::AudioDevice> microphone;
     std::shared_ptr<lp::AudioDevice> speaker;
     for (const auto& device : core_->getExtendedAudioDevices()) {
@@ -692,10 +709,28 @@ void SipLine::bridgeToDesktop()
         log::warning("the computer has no microphone or speaker for the caller, who hears nothing until they hang up");
         return;
     }
+    // The call's sound runs on files until now; the stack builds it anew on the devices only
+    // when the call changes state, so the caller is held for a moment and taken back.
+    core_->setUseFiles(false);
     call_->call->setInputAudioDevice(microphone);
     call_->call->setOutputAudioDevice(speaker);
-    log::info("the caller talks to the desktop now: microphone " + microphone->getId() + ", speaker " +
-              speaker->getId());
+    if (call_->call->pause() != 0) {
+        log::warning("the SIP stack would not move the call to the desktop's microphone and speaker");
+        return;
+    }
+    log::info("moving the caller to the desktop: microphone " + microphone->getId() + ", speaker " + speaker->getId());
+}
+
+bool SipLine::desktopCall() const
+{
+    return bridged_ && call_ && call_->phase == CurrentCall::Phase::HandedOver;
+}
+
+void SipLine::hangUpDesktopCall()
+{
+    if (!desktopCall()) return;
+    log::info("hanging up the call on the desktop");
+    call_->call->terminate(); // its end comes back as a task, which reports it
 }
 
 void SipLine::transferStateChanged(const std::shared_ptr<lp::Call>& call, int state)

@@ -62,6 +62,8 @@ public:
     void answer() override;
     void drop() override;
     void handOver() override;
+    bool desktopCall() const override;
+    void hangUpDesktopCall() override;
     std::string ownerApplication() const override { return std::string(ownLineControl); }
     std::string callerNumber() const override { return identity_.number; }
     std::string callerName() const override { return identity_.name; }
@@ -117,6 +119,7 @@ private:
     void startRinging();
     void ring();
     void report(std::function<void(LineEvents&)> event);
+    void reportEvenWhenClosed(std::function<void(LineEvents&)> event);
     bool isCurrent(const std::shared_ptr<linphone::Call>& call) const;
     bool streamsRunning() const;
 

@@ -338,6 +338,7 @@ TEST_F(ModemLineTest, AKeyStopsThePromptWithinTheSameMomentOfVirtualTime)
         void mediaModeChanged() override {}
         void callerHungUp() override {}
         void playDone() override {}
+        void desktopCallEnded() override {}
     } stopper;
     RecordingLineEvents& stopperLog = events;
     stopper.line = &line;

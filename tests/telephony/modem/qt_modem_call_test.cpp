@@ -87,6 +87,7 @@ public:
     void mediaModeChanged() override {}
     void callerHungUp() override { ++hungUp; }
     void playDone() override {}
+    void desktopCallEnded() override {}
 
 private:
     Line& line_;

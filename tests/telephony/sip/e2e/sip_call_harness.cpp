@@ -12,6 +12,7 @@
 
 #include <sndfile.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -250,13 +251,7 @@ bool Corvel::start(const std::string& line)
         std::vector<std::string>{CORVEL_BINARY, "--headless", "--line", line, "--sip-listen",
                                  "127.0.0.1:" + std::to_string(port_), "--config-dir", (root_ / "config").string(),
                                  "--data-dir", data().string(), "--web-site", "http://127.0.0.1:9/"},
-        std::map<std::string, std::string>{{"XDG_CACHE_HOME", (root_ / "cache").string()},
-                                           {"XDG_RUNTIME_DIR", (root_ / "runtime").string()},
-                                           {"XDG_CONFIG_HOME", (root_ / "xdg-config").string()},
-                                           {"XDG_DATA_HOME", (root_ / "xdg-data").string()},
-                                           {"HOME", (root_ / "home").string()},
-                                           {"QT_QPA_PLATFORM", "offscreen"}},
-        root_ / "corvel.log");
+        environment(), root_ / "corvel.log");
     if (!waitForLog("the SIP line listens on 127.0.0.1:", 30s)) return false;
     // A port taken meanwhile moves the line to the next one.
     const std::string text = log();
@@ -268,6 +263,111 @@ bool Corvel::start(const std::string& line)
 void Corvel::stop()
 {
     if (process_) process_->terminate();
+}
+
+std::map<std::string, std::string> Corvel::environment() const
+{
+    return {{"XDG_CACHE_HOME", (root_ / "cache").string()},   {"XDG_RUNTIME_DIR", (root_ / "runtime").string()},
+            {"XDG_CONFIG_HOME", (root_ / "xdg-config").string()}, {"XDG_DATA_HOME", (root_ / "xdg-data").string()},
+            {"HOME", (root_ / "home").string()},              {"QT_QPA_PLATFORM", "offscreen"}};
+}
+
+std::optional<int> Corvel::tell(const std::string& option) const
+{
+    static int runs = 0;
+    Process request({CORVEL_BINARY, option}, environment(), root_ / ("request-" + std::to_string(++runs) + ".log"));
+    return request.wait(10s);
+}
+
+// --- The desktop's sound ---
+
+DesktopSound::DesktopSound(const Corvel& corvel) : folder_(corvel.root() / "sound")
+{
+    const auto pulseaudio = findProgram("pulseaudio");
+    if (!pulseaudio) return;
+    fs::create_directories(folder_);
+    // The server makes both pipes.
+    const fs::path microphone = folder_ / "microphone.fifo";
+    const fs::path speaker = folder_ / "speaker.fifo";
+    const std::string format = " format=s16le rate=" + std::to_string(rate) + " channels=1\n";
+    std::ofstream(folder_ / "server.pa")
+        << "load-module module-native-protocol-unix auth-anonymous=1\n"
+        << "load-module module-pipe-sink sink_name=speaker use_system_clock_for_timing=yes file=" << speaker.string() << format
+        << "load-module module-pipe-source source_name=microphone file=" << microphone.string() << format
+        << "set-default-sink speaker\nset-default-source microphone\n";
+    server_ = std::make_unique<Process>(std::vector<std::string>{pulseaudio->string(), "-n", "-F",
+                                                                 (folder_ / "server.pa").string(), "--daemonize=no",
+                                                                 "--exit-idle-time=-1", "--log-target=stderr"},
+                                        corvel.environment(), folder_ / "server.log");
+    ready_ = eventually([&] {
+        return fs::exists(corvel.root() / "runtime" / "pulse" / "native") && fs::exists(speaker) && fs::exists(microphone);
+    }, 10s);
+    if (!ready_) return;
+    speaker_ = std::thread([this, speaker] {
+        const int fd = ::open(speaker.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) return;
+        std::vector<std::int16_t> chunk(rate / 10);
+        while (!stop_) {
+            pollfd ready{fd, POLLIN, 0};
+            if (::poll(&ready, 1, 100) <= 0) continue;
+            const ssize_t size = ::read(fd, chunk.data(), chunk.size() * sizeof(std::int16_t));
+            if (size <= 0) continue;
+            const std::lock_guard lock(mutex_);
+            heard_.insert(heard_.end(), chunk.begin(), chunk.begin() + size / static_cast<ssize_t>(sizeof(std::int16_t)));
+        }
+        ::close(fd);
+    });
+    // The microphone hears a steady tone; a full pipe holds the writer to the server's pace.
+    microphone_ = std::thread([this, microphone] {
+        const int fd = ::open(microphone.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) return;
+        // 20 ms a write: within the size a pipe writes whole.
+        std::vector<std::int16_t> chunk(rate / 50);
+        long n = 0;
+        const auto next = [&] {
+            for (auto& sample : chunk) sample = static_cast<std::int16_t>(8000 * std::sin(2 * M_PI * toneHz * n++ / rate));
+        };
+        // The pipe has no clock of its own: the tone is written as fast as it is spoken.
+        auto due = Clock::now();
+        while (!stop_) {
+            next();
+            // A full pipe (nobody listening yet) drops the chunk.
+            if (::write(fd, chunk.data(), chunk.size() * sizeof(std::int16_t)) < 0 && errno != EAGAIN) break;
+            due += 20ms;
+            std::this_thread::sleep_until(due);
+        }
+        ::close(fd);
+    });
+}
+
+DesktopSound::~DesktopSound()
+{
+    stop_ = true;
+    if (microphone_.joinable()) microphone_.join();
+    if (speaker_.joinable()) speaker_.join();
+}
+
+std::string DesktopSound::log() const { return readText(folder_ / "server.log"); }
+
+std::vector<std::int16_t> DesktopSound::heard() const
+{
+    const std::lock_guard lock(mutex_);
+    return heard_;
+}
+
+double toneShare(const std::vector<std::int16_t>& samples, double hz, int rate)
+{
+    if (samples.empty()) return 0;
+    double in = 0, quadrature = 0, energy = 0;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const double phase = 2 * M_PI * hz * static_cast<double>(i) / rate;
+        in += samples[i] * std::cos(phase);
+        quadrature += samples[i] * std::sin(phase);
+        energy += static_cast<double>(samples[i]) * samples[i];
+    }
+    if (energy == 0) return 0;
+    // A pure tone of amplitude A gives (N A / 2)^2 * 2 / N against N A^2 / 2 of energy: a share of 1.
+    return 2 * (in * in + quadrature * quadrature) / static_cast<double>(samples.size()) / energy;
 }
 
 std::string Corvel::log() const { return readText(root_ / "corvel.log"); }

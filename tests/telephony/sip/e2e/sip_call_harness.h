@@ -69,6 +69,11 @@ public:
     // Starts it and waits for the SIP line to listen. `line` is given to --line.
     bool start(const std::string& line = "sip");
     void stop();
+    // Runs "corvel OPTION" beside it, as the user does from the command line, and gives its
+    // exit code (nothing when it did not end in time).
+    std::optional<int> tell(const std::string& option) const;
+    // Its environment: the folders of its own, and the runtime folder where it is found.
+    std::map<std::string, std::string> environment() const;
 
     int port() const { return port_; }
     const std::filesystem::path& root() const { return root_; }
@@ -88,6 +93,34 @@ private:
     std::map<std::string, std::map<std::string, std::string>> settings_;
     std::unique_ptr<Process> process_;
 };
+
+// The computer's own microphone and speaker: a PulseAudio server in Corvel's runtime folder,
+// started before Corvel, whose speaker's sound is kept and whose microphone hears a steady tone.
+class DesktopSound {
+public:
+    static constexpr int rate = 8000;
+    static constexpr double toneHz = 440;
+
+    explicit DesktopSound(const Corvel& corvel);
+    ~DesktopSound();
+    bool ready() const { return ready_; }
+    std::string log() const;
+    // What came out of the speaker so far.
+    std::vector<std::int16_t> heard() const;
+
+private:
+    std::filesystem::path folder_;
+    std::unique_ptr<Process> server_;
+    bool ready_ = false;
+    std::atomic<bool> stop_{false};
+    mutable std::mutex mutex_;
+    std::vector<std::int16_t> heard_;
+    std::thread microphone_;
+    std::thread speaker_;
+};
+
+// How much of `samples` (at `rate`) is a tone of `hz`: its share of their energy, 0 to 1.
+double toneShare(const std::vector<std::int16_t>& samples, double hz, int rate);
 
 // One step of what a SIPp caller does once the call is up.
 struct Step {

@@ -316,6 +316,96 @@ TEST_F(SipCallTest, AnAccountRegistersWithItsPasswordAndItsServerIsTrusted)
     }
 }
 
+// The user takes a waiting caller from the command line, as a click on the pick-up window does.
+class HandOverTest : public SipCallTest {
+protected:
+    void SetUp() override
+    {
+        SipCallTest::SetUp();
+        if (IsSkipped()) return;
+        useOwnPrompts();
+        corvel.set("data", "allcalls", "True");
+        corvel.set("data", "ansa", "False"); // put callers through rather than take a message
+        corvel.set("data", "transfer", "30");
+    }
+
+    // From the answer to the end of the read-back of "0246".
+    milliseconds readBack() const
+    {
+        return 800ms + prompt("from.wav") + prompt("0.wav") + prompt("2.wav") + prompt("4.wav") + prompt("6.wav");
+    }
+
+    void takeTheCall()
+    {
+        ASSERT_TRUE(corvel.waitForLog("a caller waits to be put through", 30s)) << corvel.log();
+        ASSERT_EQ(corvel.tell("--pick-up"), 0) << corvel.log();
+    }
+};
+
+TEST_F(HandOverTest, TheCallerIsHandedToTheUsersTelephone)
+{
+    const std::string phone = "sip:0799@127.0.0.1:" + std::to_string(freePort());
+    corvel.set("sip", "phone", phone);
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    EXPECT_EQ(corvel.tell("--pick-up"), 0);
+    EXPECT_TRUE(corvel.waitForLog("no caller waits to be put through", 5s)) << corvel.log();
+
+    Sipp caller(corvel);
+    caller.fill("from", "<sip:0246@127.0.0.1>");
+    caller.fill("steps", "");
+    caller.fill("refer_within", "30000");
+    caller.start("transferred_call.xml", 60s);
+    takeTheCall();
+    const SippResult result = caller.finish();
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_THAT(caller.messages(), HasSubstr("Refer-To: " + phone));
+    EXPECT_TRUE(corvel.waitForLog("the caller has been handed over to " + phone, 5s)) << corvel.log();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0246, on ")));
+    EXPECT_FALSE(fs::exists(corvel.data() / "1-1-0246.wav")) << "a caller who was put through leaves no message";
+}
+
+TEST_F(HandOverTest, WithoutATelephoneTheUserTalksToTheCallerFromTheComputerAndHangsUp)
+{
+    DesktopSound desktop(corvel);
+    if (!desktop.ready()) {
+        GTEST_SKIP() << "no PulseAudio server could be started (Debian package pulseaudio), so there is no sound to "
+                        "move the call to: "
+                     << desktop.log();
+    }
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    EXPECT_EQ(corvel.tell("--hang-up"), 0);
+    EXPECT_TRUE(corvel.waitForLog("no call on the computer's microphone and speaker to hang up", 5s)) << corvel.log();
+
+    RtpSink ear;
+    Sipp caller(corvel);
+    caller.fill("from", "\"Jo Bloggs\" <sip:0246@127.0.0.1>");
+    caller.fill("rtp_port", std::to_string(ear.port()));
+    caller.fill("steps", "");
+    caller.fill("after", stepsXml({pause(2000ms), speech(), pause(9000ms)}));
+    caller.fill("bye_within", "20000");
+    caller.start("desktop_call.xml", 60s);
+    takeTheCall();
+    ASSERT_TRUE(corvel.waitForLog("the caller talks to the desktop now", 5s)) << corvel.log() << desktop.log();
+    const std::size_t beforeBridge = ear.samples().size();
+
+    // The caller's speech comes out of the speaker; the microphone's tone reaches the caller.
+    EXPECT_TRUE(eventually([&] { return rms(desktop.heard()) > 300; }, 15s))
+        << desktop.heard().size() << " samples heard, rms " << rms(desktop.heard()) << "\n" << corvel.log();
+    std::this_thread::sleep_for(2s);
+    ASSERT_EQ(corvel.tell("--hang-up"), 0);
+    const SippResult result = caller.finish();
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    const auto heard = ear.samples();
+    ASSERT_GT(heard.size(), beforeBridge + 8000u) << "a second or more from the microphone";
+    EXPECT_GT(toneShare({heard.begin() + static_cast<long>(beforeBridge), heard.end()}, DesktopSound::toneHz,
+                        DesktopSound::rate),
+              0.5);
+
+    EXPECT_TRUE(corvel.waitForLog("the call on the computer's microphone and speaker is over", 5s)) << corvel.log();
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0246, on ")));
+    EXPECT_FALSE(fs::exists(corvel.data() / "1-1-0246.wav"));
+}
+
 TEST_F(SipCallTest, AnotherRealClientIsAnsweredAndItsHangUpEndsTheCall)
 {
     const auto baresip = findProgram("baresip");
