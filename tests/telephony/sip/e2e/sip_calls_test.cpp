@@ -406,6 +406,25 @@ TEST_F(HandOverTest, WithoutATelephoneTheUserTalksToTheCallerFromTheComputerAndH
     EXPECT_FALSE(fs::exists(corvel.data() / "1-1-0246.wav"));
 }
 
+TEST_F(HandOverTest, ACallerTakenOnTheDesktopWhoHangsUpEndsTheCallThereToo)
+{
+    // No sound server of the test's own: a computer with no sound at all still takes the call.
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    Sipp caller(corvel);
+    caller.fill("from", "<sip:0246@127.0.0.1>");
+    caller.fill("steps", stepsXml({pause(readBack() + 6000ms)}));
+    caller.fill("caller_hangs_up", "1");
+    caller.fill("bye_within", "0");
+    caller.start("answered_call.xml", 60s);
+    takeTheCall();
+    const SippResult result = caller.finish();
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    EXPECT_TRUE(corvel.waitForLog("the call on the computer's microphone and speaker is over", 5s)) << corvel.log();
+    EXPECT_EQ(corvel.tell("--hang-up"), 0);
+    EXPECT_TRUE(corvel.waitForLog("no call on the computer's microphone and speaker to hang up", 5s)) << corvel.log();
+    EXPECT_TRUE(corvel.running());
+}
+
 TEST_F(SipCallTest, AnotherRealClientIsAnsweredAndItsHangUpEndsTheCall)
 {
     const auto baresip = findProgram("baresip");
