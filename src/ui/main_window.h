@@ -8,8 +8,8 @@
 
 #include "app/view.h"
 #include "ui/caller_display_window.h"
-#include "ui/download_window.h"
 #include "ui/desktop_call_window.h"
+#include "ui/download_window.h"
 #include "ui/pickup_window.h"
 #include "ui/tray_icon.h"
 
