@@ -453,9 +453,8 @@ void SipLine::setLineOpen(bool open)
 void SipLine::report(std::function<void(LineEvents&)> event)
 {
     if (!open_) return; // nobody is listening to a closed line
-    loop_.post([this, alive = std::weak_ptr<bool>(alive_), event = std::move(event)] {
-        if (alive.expired() || !open_ || !listener()) return;
-        event(*listener());
+    reportEvenWhenClosed([this, event = std::move(event)](LineEvents& e) {
+        if (open_) event(e);
     });
 }
 
