@@ -258,35 +258,39 @@ void ModemLine::closePort(const char* why)
 
 // Runs `commands` one after another. A command starting with "?" may fail (some modems
 // refuse it) without ending the sequence; any other failure ends it.
-void ModemLine::run(std::vector<std::string> commands,
-                    std::function<void(bool ok, const std::string& failed, const Reply&)> done)
+void ModemLine::run(std::vector<std::string> commands, SequenceDone done)
 {
-    auto rest = std::make_shared<std::vector<std::string>>(std::move(commands));
-    std::reverse(rest->begin(), rest->end());
-    auto step = std::make_shared<std::function<void()>>();
-    *step = [this, rest, step, done = std::move(done), alive = std::weak_ptr<bool>(alive_)] {
-        if (rest->empty()) {
-            *step = nullptr; // breaks the cycle through the captured pointer
-            done(true, {}, Reply{LineKind::Ok, false, false, {}});
-            return;
-        }
-        std::string command = std::move(rest->back());
-        rest->pop_back();
-        const bool optional = command.starts_with("?");
-        if (optional) command.erase(0, 1);
-        const Milliseconds timeout = command == "ATZ" ? options_.resetTimeout : options_.commandTimeout;
-        channel_.command(command, timeout, [this, command, optional, step, done, alive](const Reply& reply) {
-            if (alive.expired()) return;
-            if (reply.ok() || (optional && !reply.timedOut && !reply.lost)) {
-                if (!reply.ok()) log::info("the modem refused " + command + " (" + reply.describe() + "); going on");
-                if (*step) (*step)();
-                return;
-            }
-            *step = nullptr;
-            done(false, command, reply);
-        });
-    };
-    (*step)();
+    auto sequence = std::make_shared<Sequence>();
+    sequence->rest.assign(std::make_move_iterator(commands.rbegin()), std::make_move_iterator(commands.rend()));
+    sequence->done = std::move(done);
+    runNext(sequence);
+}
+
+// Each reply starts the next command from a fresh call: no function object ever runs after
+// the sequence has let go of it.
+void ModemLine::runNext(const std::shared_ptr<Sequence>& sequence)
+{
+    if (sequence->rest.empty()) {
+        const SequenceDone done = std::move(sequence->done);
+        done(true, {}, Reply{LineKind::Ok, false, false, {}});
+        return;
+    }
+    std::string command = std::move(sequence->rest.back());
+    sequence->rest.pop_back();
+    const bool optional = command.starts_with("?");
+    if (optional) command.erase(0, 1);
+    const Milliseconds timeout = command == "ATZ" ? options_.resetTimeout : options_.commandTimeout;
+    channel_.command(command, timeout,
+                     [this, command, optional, sequence, alive = std::weak_ptr<bool>(alive_)](const Reply& reply) {
+                         if (alive.expired()) return;
+                         if (reply.ok() || (optional && !reply.timedOut && !reply.lost)) {
+                             if (!reply.ok()) log::info("the modem refused " + command + " (" + reply.describe() + "); going on");
+                             runNext(sequence);
+                             return;
+                         }
+                         const SequenceDone done = std::move(sequence->done);
+                         done(false, command, reply);
+                     });
 }
 
 void ModemLine::start()

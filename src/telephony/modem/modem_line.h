@@ -139,7 +139,14 @@ private:
     void start();
     void startFailed(const std::string& step, const Reply& reply);
     void advance();
-    void run(std::vector<std::string> commands, std::function<void(bool ok, const std::string& failed, const Reply&)> done);
+    using SequenceDone = std::function<void(bool ok, const std::string& failed, const Reply&)>;
+    // Commands sent one after another; "?" before a command lets the modem refuse it.
+    struct Sequence {
+        std::vector<std::string> rest; // last command first
+        SequenceDone done;
+    };
+    void run(std::vector<std::string> commands, SequenceDone done);
+    void runNext(const std::shared_ptr<Sequence>& sequence);
 
     // Calls
     void ring();

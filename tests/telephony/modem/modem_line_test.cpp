@@ -9,7 +9,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <fstream>
+#include <stdexcept>
 
 #include "app/log.h"
 #include "emulated_modem_line.h"
@@ -708,6 +710,62 @@ TEST(ModemPorts, AnotherProgramsLockKeepsTheLineWaitingAndNamesTheOwner)
     EXPECT_FALSE(std::filesystem::exists(lockFile)) << "our lock goes with the port";
     line.setListener(nullptr);
     std::filesystem::remove_all(locks);
+}
+
+// A link of exactly `length` characters to `target`, made where nothing else is: the short
+// ones straight in /tmp, the longer ones in a folder of their own, as /dev/serial/by-id has.
+std::filesystem::path linkOfLength(std::size_t length, const std::filesystem::path& target, const std::filesystem::path& folder)
+{
+    const std::string base = length < folder.string().size() + 2 ? std::string("/tmp/") : folder.string() + "/";
+    for (unsigned tries = 0;; ++tries) {
+        std::string name(length - base.size(), 'c');
+        const std::string id = std::to_string(tries).substr(0, name.size());
+        name.replace(name.size() - id.size(), id.size(), id);
+        const std::filesystem::path link = base + name;
+        if (::symlink(target.c_str(), link.c_str()) == 0) return link;
+        if (errno != EEXIST || tries > 1000) throw std::runtime_error("cannot make " + link.string());
+    }
+}
+
+TEST(ModemPorts, AModemOnAPortPathOfAnyLengthStartsAnswersAndHangsUp)
+{
+    VirtualEventLoop loop;
+    ModemEmulator emulator(loop, {});
+    std::string pattern = (std::filesystem::temp_directory_path() / "corvel-ports-XXXXXX").string();
+    const std::filesystem::path folder = ::mkdtemp(pattern.data());
+    const std::filesystem::path locks = folder / "locks";
+    std::filesystem::create_directory(locks);
+    // /dev/serial/by-id links of USB modems are 34 to 55 characters long.
+    for (std::size_t length = 8; length <= 80; ++length) {
+        SCOPED_TRACE("a port path of " + std::to_string(length) + " characters");
+        const std::filesystem::path port = linkOfLength(length, emulator.port(), folder);
+        ASSERT_EQ(port.string().size(), length);
+        {
+            modem::ModemOptions options = EmulatedModemLine::optionsFor(emulator, locks);
+            options.ports = {port};
+            modem::ModemLine line(loop, options);
+            line.setModems({{port, "test", "Conexant", modem::Dialect::V253, false}});
+            RecordingLineEvents events{loop};
+            line.setListener(&events);
+            line.setLineOpen(true);
+            loop.runFor(3s);
+            ASSERT_TRUE(line.lineOpen());
+            ScriptedCall call;
+            call.identity = ScriptedCall::Identity::Withheld;
+            emulator.placeCall(call);
+            loop.runUntil([&] { return events.count("ring 2") > 0; });
+            line.answer();
+            loop.runUntil([&] { return events.count("connected") > 0; });
+            line.setCallActive(false);
+            line.drop();
+            loop.runFor(2s);
+            EXPECT_FALSE(emulator.offHook());
+            line.setLineOpen(false);
+            line.setListener(nullptr);
+        }
+        std::filesystem::remove(port);
+    }
+    std::filesystem::remove_all(folder);
 }
 
 TEST(ModemPorts, TheProbeFindsVoiceModemsByWhatTheyCanDoAndSkipsTheRest)
