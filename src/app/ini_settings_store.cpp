@@ -58,7 +58,7 @@ std::string_view byteProblem(std::string_view text, bool allowTabs)
 {
     for (std::size_t i = 0; i < text.size();) {
         if (static_cast<unsigned char>(text[i]) >= 0x80) {
-            const std::size_t length = utf8SequenceLength(text, i);
+            const std::size_t length = utf8At(text, i).length;
             if (length == 0) return "bytes that are not UTF-8";
             i += length;
             continue;
@@ -96,7 +96,7 @@ std::string quoted(std::string_view text)
         else if (c == '\n') out += "\\n";
         else if (c == '\r') out += "\\r";
         else if (c == '\t') out += "\\t";
-        else if (byte >= 0x80 && (length = utf8SequenceLength(text, i)) != 0) out.append(text.substr(i, length));
+        else if (byte >= 0x80 && (length = utf8At(text, i).length) != 0) out.append(text.substr(i, length));
         else if (byte < 0x80 && !isControl(c)) out += c;
         else {
             // Control bytes and stray bytes that are not UTF-8 are spelled out, so that the

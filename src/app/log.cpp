@@ -33,21 +33,21 @@ std::string printable(std::string_view text)
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte >= 0x20 && byte < 0x7F) {
-            out += static_cast<char>(byte);
-            ++i;
+        const Utf8Character character = utf8At(text, i);
+        if (character.length != 0 && !breaksText(character.value)) {
+            out.append(text.substr(i, character.length));
+            i += character.length;
             continue;
         }
-        if (const std::size_t length = byte >= 0x80 ? utf8SequenceLength(text, i) : 0) {
-            out.append(text.substr(i, length));
-            i += length;
-            continue;
+        // Each byte of anything that could break the line is spelled out.
+        const std::size_t bytes = character.length == 0 ? 1 : character.length;
+        for (std::size_t b = 0; b < bytes; ++b) {
+            const auto byte = static_cast<unsigned char>(text[i + b]);
+            out += "\\x";
+            out += hex[byte >> 4];
+            out += hex[byte & 0xF];
         }
-        out += "\\x";
-        out += hex[byte >> 4];
-        out += hex[byte & 0xF];
-        ++i;
+        i += bytes;
     }
     return out;
 }

@@ -9,23 +9,20 @@ namespace {
 
 char lowerChar(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-bool isControl(unsigned char byte) { return byte < 0x20 || byte == 0x7F; }
-
 // Copies `text`, passing each whole UTF-8 character to `keep` and each stray byte to `stray`.
 template <typename Keep, typename Stray>
 std::string rebuild(std::string_view text, Keep keep, Stray stray)
 {
     std::string out;
     for (std::size_t i = 0; i < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const std::size_t length = byte < 0x80 ? 1 : utf8SequenceLength(text, i);
-        if (length == 0) {
+        const Utf8Character character = utf8At(text, i);
+        if (character.length == 0) {
             stray(out);
             ++i;
             continue;
         }
-        keep(out, text.substr(i, length));
-        i += length;
+        keep(out, text.substr(i, character.length), character.value);
+        i += character.length;
     }
     return out;
 }
@@ -44,6 +41,14 @@ std::string removeAll(std::string_view text, char unwanted)
     std::string out;
     std::copy_if(text.begin(), text.end(), std::back_inserter(out), [&](char c) { return c != unwanted; });
     return out;
+}
+
+std::string_view trim(std::string_view text)
+{
+    constexpr std::string_view blanks = " \t\r\n\v\f";
+    const auto first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 bool containsNoCase(std::string_view haystack, std::string_view needle)
@@ -78,9 +83,8 @@ std::string fromLine(std::string_view text, std::size_t maxBytes)
 {
     const std::string clean = rebuild(
         text,
-        [](std::string& out, std::string_view character) {
-            const auto byte = static_cast<unsigned char>(character[0]);
-            if (!isControl(byte) && byte != '\\') out += character;
+        [](std::string& out, std::string_view character, char32_t value) {
+            if (!breaksText(value) && value != '\\') out += character;
         },
         [](std::string& out) { out += '?'; });
     return std::string(cut(clean, maxBytes));
@@ -90,9 +94,8 @@ std::string fileNamePart(std::string_view text, std::size_t maxBytes)
 {
     std::string part = rebuild(
         text,
-        [](std::string& out, std::string_view character) {
-            const auto byte = static_cast<unsigned char>(character[0]);
-            out += (isControl(byte) || byte == '/') ? std::string_view("_") : character;
+        [](std::string& out, std::string_view character, char32_t value) {
+            out += (breaksText(value) || value == '/') ? std::string_view("_") : character;
         },
         [](std::string& out) { out += '_'; });
     if (part == "." || part == "..") part = "_";

@@ -109,6 +109,9 @@ TEST_F(CallerIdTest, HostileCallerTextStaysInsideTheDataFolderAndOnOneLogLine)
     const std::vector<std::string> hostile = {
         "../../../etc/passwd", "/tmp/x", std::string("12\0/..", 6), "0123\r\nWithheld, on forged", "\x1b[2J\x07",
         "\xff\xfe\xc3", std::string(10000, '9'), "..",
+        // NEL, the line and paragraph separators and a right-to-left override: line breaks
+        // and reversals to anything that reads text the Unicode way.
+        "0123\xc2\x85Withheld", "Jane\xe2\x80\xa8Withheld, on forged", "0123\xe2\x80\xa9x", "\xe2\x80\xae" "0987",
     };
     writeFile("directory.ini", "5555,Carol\r\n");
     std::size_t calls = 0;
@@ -116,12 +119,16 @@ TEST_F(CallerIdTest, HostileCallerTextStaysInsideTheDataFolderAndOnOneLogLine)
         SCOPED_TRACE(text.substr(0, 20));
         ring(Identity::Number, text, text);
         EXPECT_EQ(logLines().size(), ++calls) << "one call, one line";
+        for (const char* lineBreak : {"\r", "\n", "\xc2\x85", "\xe2\x80\xa8", "\xe2\x80\xa9", "\xe2\x80\xae"}) {
+            EXPECT_EQ(logLines().back().find(lineBreak), std::string::npos);
+            EXPECT_EQ(view.text("lab_number").find(lineBreak), std::string::npos);
+        }
         EXPECT_LE(call.currentCaller.size(), CallerId::maxNumberBytes);
         const std::string message = MessageStore::fileName(MessageStore::Kind::New, 98, call.currentCaller);
         EXPECT_LE(message.size(), DataFolder::maxNameBytes);
         EXPECT_EQ(message.find('/'), std::string::npos);
-        EXPECT_TRUE(std::ofstream(data / message).good()) << "a message from this caller can be recorded";
-        std::filesystem::remove(data / message);
+        EXPECT_TRUE(std::ofstream(data / (message + ".part")).good()) << "a message from this caller can be recorded";
+        std::filesystem::remove(data / (message + ".part"));
         for (const std::string& said : spoken()) EXPECT_EQ(said.find('\\'), std::string::npos);
     }
     std::vector<std::string> beside;

@@ -13,13 +13,6 @@ namespace {
 constexpr std::size_t maxHeaderBytes = 2048;
 constexpr std::size_t maxAddresses = 8;
 
-std::string_view trim(std::string_view text)
-{
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-    return text;
-}
-
 bool equalNoCase(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && text::lower(a) == text::lower(b);
@@ -53,21 +46,21 @@ std::string percentDecoded(std::string_view text)
 }
 
 // A quoted display name loses its quotes and backslash escapes; a bare one its blanks.
-std::string unquoted(std::string_view text)
+std::string unquoted(std::string_view name)
 {
-    text = trim(text);
-    if (text.size() < 2 || text.front() != '"') return std::string(text);
+    const std::string_view value = text::trim(name);
+    if (value.size() < 2 || value.front() != '"') return std::string(value);
     std::string out;
-    for (std::size_t i = 1; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 1 < text.size()) {
-            out += text[++i];
-        } else if (text[i] == '"') {
+    for (std::size_t i = 1; i < value.size(); ++i) {
+        if (value[i] == '\\' && i + 1 < value.size()) {
+            out += value[++i];
+        } else if (value[i] == '"') {
             break;
         } else {
-            out += text[i];
+            out += value[i];
         }
     }
-    return std::string(trim(out));
+    return std::string(text::trim(out));
 }
 
 // Shows `stopAt` each character that is outside quoted strings (a quoted string may hold
@@ -112,17 +105,17 @@ std::vector<std::string_view> elements(std::string_view header)
 
 std::optional<NameAddress> parseUri(std::string_view uri, std::string displayName)
 {
-    uri = trim(uri);
+    uri = text::trim(uri);
     const auto colon = uri.find(':');
     if (colon == std::string_view::npos) return std::nullopt;
     NameAddress address;
     address.displayName = std::move(displayName);
-    address.scheme = text::lower(trim(uri.substr(0, colon)));
+    address.scheme = text::lower(text::trim(uri.substr(0, colon)));
     std::string_view rest = uri.substr(colon + 1);
     // Headers of the URI itself ("?...") never carry the identity.
     rest = rest.substr(0, rest.find('?'));
     if (address.scheme == "tel") {
-        address.user = percentDecoded(trim(rest.substr(0, rest.find(';'))));
+        address.user = percentDecoded(text::trim(rest.substr(0, rest.find(';'))));
         return address;
     }
     if (address.scheme != "sip" && address.scheme != "sips") return std::nullopt;
@@ -141,13 +134,13 @@ std::optional<NameAddress> parseUri(std::string_view uri, std::string displayNam
     } else {
         hostPart = hostPart.substr(0, std::min(hostPart.find(':'), hostPart.find(';')));
     }
-    address.host = text::lower(trim(hostPart));
+    address.host = text::lower(text::trim(hostPart));
     return address;
 }
 
 std::optional<NameAddress> parseElement(std::string_view element)
 {
-    element = trim(element);
+    element = text::trim(element);
     // The display name may itself hold a "<" when quoted: find the bracket outside quotes.
     const std::size_t open = findOutsideQuotes(element, [](char c, std::size_t) { return c == '<'; });
     if (open != std::string_view::npos) {
@@ -165,7 +158,7 @@ bool privacyHidesIdentity(std::string_view privacy)
     std::size_t start = 0;
     for (std::size_t i = 0; i <= privacy.size(); ++i) {
         if (i == privacy.size() || privacy[i] == ';' || privacy[i] == ',') {
-            const std::string token = text::lower(trim(privacy.substr(start, i - start)));
+            const std::string token = text::lower(text::trim(privacy.substr(start, i - start)));
             if (token == "id" || token == "user" || token == "header") return true;
             start = i + 1;
         }
@@ -175,7 +168,7 @@ bool privacyHidesIdentity(std::string_view privacy)
 
 std::optional<char> telephoneKey(std::string_view value)
 {
-    value = trim(value);
+    value = text::trim(value);
     // Some telephones send the event code of RFC 4733 rather than the key.
     if (value == "10") return '*';
     if (value == "11") return '#';
@@ -228,7 +221,7 @@ CallerIdentity callerIdentity(const CallerHeaders& headers)
         identity.withheld = true;
         return identity;
     }
-    const std::string fromName(text::cut(trim(headers.fromDisplayName), maxNameBytes));
+    const std::string fromName(text::cut(text::trim(headers.fromDisplayName), maxNameBytes));
     if (headers.assertedIdentityTrusted) {
         for (const NameAddress& asserted : parseNameAddresses(headers.assertedIdentity)) {
             if (auto number = telephoneNumber(asserted.user)) {
@@ -248,21 +241,21 @@ CallerIdentity callerIdentity(const CallerHeaders& headers)
 std::string viaSourceHost(std::string_view via)
 {
     via = text::cut(via, maxHeaderBytes);
-    via = trim(via.substr(0, via.find(',')));
+    via = text::trim(via.substr(0, via.find(',')));
     // "SIP/2.0/UDP host:port;param=value;..."
     const auto blank = via.find_first_of(" \t");
     if (blank == std::string_view::npos) return {};
-    std::string_view rest = trim(via.substr(blank));
+    std::string_view rest = text::trim(via.substr(blank));
     const auto semicolon = rest.find(';');
-    std::string_view sentBy = trim(rest.substr(0, semicolon));
+    std::string_view sentBy = text::trim(rest.substr(0, semicolon));
     if (semicolon != std::string_view::npos) {
         std::string_view params = rest.substr(semicolon + 1);
         while (!params.empty()) {
             const auto next = params.find(';');
-            const std::string_view param = trim(params.substr(0, next));
+            const std::string_view param = text::trim(params.substr(0, next));
             const auto equals = param.find('=');
-            if (equals != std::string_view::npos && equalNoCase(trim(param.substr(0, equals)), "received")) {
-                std::string_view received = trim(param.substr(equals + 1));
+            if (equals != std::string_view::npos && equalNoCase(text::trim(param.substr(0, equals)), "received")) {
+                std::string_view received = text::trim(param.substr(equals + 1));
                 if (!received.empty() && received.front() == '[') {
                     const auto close = received.find(']');
                     received = close == std::string_view::npos ? received.substr(1) : received.substr(1, close - 1);
@@ -284,15 +277,15 @@ std::string viaSourceHost(std::string_view via)
 
 std::optional<char> keyFromInfo(std::string_view type, std::string_view subtype, std::string_view body)
 {
-    if (!equalNoCase(trim(type), "application")) return std::nullopt;
+    if (!equalNoCase(text::trim(type), "application")) return std::nullopt;
     body = text::cut(body, maxHeaderBytes);
-    if (equalNoCase(trim(subtype), "dtmf")) return telephoneKey(body);
-    if (!equalNoCase(trim(subtype), "dtmf-relay")) return std::nullopt;
+    if (equalNoCase(text::trim(subtype), "dtmf")) return telephoneKey(body);
+    if (!equalNoCase(text::trim(subtype), "dtmf-relay")) return std::nullopt;
     while (!body.empty()) {
         const auto end = body.find_first_of("\r\n");
-        const std::string_view line = trim(body.substr(0, end));
+        const std::string_view line = text::trim(body.substr(0, end));
         const auto equals = line.find('=');
-        if (equals != std::string_view::npos && equalNoCase(trim(line.substr(0, equals)), "signal")) {
+        if (equals != std::string_view::npos && equalNoCase(text::trim(line.substr(0, equals)), "signal")) {
             return telephoneKey(line.substr(equals + 1));
         }
         if (end == std::string_view::npos) break;
