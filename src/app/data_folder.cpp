@@ -173,7 +173,7 @@ bool DataFolder::copyIn(const fs::path& source, std::string_view name) const
 {
     const auto target = file(name);
     if (!target) return false;
-    const std::string scratch = std::string(text::cut(name, maxNameBytes - 5)) + ".part";
+    const std::string scratch = std::string(text::cut(name, maxNameBytes - scratchSuffix.size())) + std::string(scratchSuffix);
     std::error_code error;
     fs::copy_file(source, root_ / scratch, fs::copy_options::overwrite_existing, error);
     if (error) {
@@ -209,7 +209,7 @@ bool replaceFile(const fs::path& path, std::string_view content)
 {
     const DataFolder folder(path.parent_path());
     const std::string name = path.filename().string();
-    const std::string scratch = name + ".part";
+    const std::string scratch = name + std::string(DataFolder::scratchSuffix);
     return folder.writeFile(scratch, content, false) && folder.replaceWith(scratch, name);
 }
 

@@ -14,6 +14,8 @@ namespace corvel {
 class DataFolder {
 public:
     static constexpr std::size_t maxNameBytes = 255;
+    // Added to a file's name while it is written, until it is complete; a name must leave room for it.
+    static constexpr std::string_view scratchSuffix = ".part";
 
     explicit DataFolder(std::filesystem::path root);
 

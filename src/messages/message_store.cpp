@@ -41,8 +41,9 @@ std::string MessageStore::fileName(Kind kind, int slot, std::string_view caller)
 {
     const std::string start = prefix(kind, slot);
     constexpr std::string_view extension = ".wav";
-    // The caller's part is cut so that the whole name fits the file system.
-    return start + text::fileNamePart(caller, DataFolder::maxNameBytes - start.size() - extension.size()) +
+    // The caller's part is cut so that the whole name, while it is written too, fits the file system.
+    const std::size_t room = DataFolder::maxNameBytes - DataFolder::scratchSuffix.size() - start.size() - extension.size();
+    return start + text::fileNamePart(caller, room) +
            std::string(extension);
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <system_error>
 
+#include "app/data_folder.h"
 #include "app/log.h"
 
 namespace corvel {
@@ -115,7 +116,7 @@ bool writeLineWave(const std::filesystem::path& path, std::span<const std::int16
         return false;
     }
     std::filesystem::path part = path;
-    part += ".part";
+    part += DataFolder::scratchSuffix;
     const auto fail = [&](const std::string& cause) {
         log::warning("cannot write \"" + path.string() + "\": " + cause);
         std::error_code ignored;

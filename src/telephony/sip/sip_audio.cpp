@@ -9,6 +9,7 @@
 #include <string>
 #include <system_error>
 
+#include "app/data_folder.h"
 #include "app/log.h"
 #include "telephony/line_audio.h"
 
@@ -89,7 +90,7 @@ bool moveInPlace(const fs::path& from, const fs::path& to)
         return false;
     }
     fs::path part = to;
-    part += ".part";
+    part += DataFolder::scratchSuffix;
     error.clear();
     fs::copy_file(from, part, fs::copy_options::overwrite_existing, error);
     if (!error) fs::rename(part, to, error);
