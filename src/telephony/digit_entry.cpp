@@ -6,6 +6,12 @@
 #include "telephony/call_handling.h"
 
 namespace corvel {
+namespace {
+
+// Longer than any telephone number; a caller who keys on and on adds nothing more.
+constexpr std::size_t maxKeyedDigits = 32;
+
+} // namespace
 
 void CallHandling::digitpressed(std::string_view digit)
 {
@@ -18,6 +24,9 @@ void CallHandling::digitpressed(std::string_view digit)
         call.callphase = CallPhase::Idle;
         return;
     }
+    // Any other key would stop the waiting prompt, which the wait takes for the user having
+    // picked up: the caller would be left in silence until the call timer ran out.
+    if (call.callphase == CallPhase::PuttingThrough) return;
     if (call.callphase == CallPhase::TakingMessage) {
         if (digit == "1") call.wantsmessage = true;
         call.entrydone = true;
@@ -28,7 +37,7 @@ void CallHandling::digitpressed(std::string_view digit)
     calls.stopPlaying();
     calls.lightKeypressLamp();
     if (digit == "#") endNumber();
-    else call.currentCaller += digit;
+    else if (call.currentCaller.size() < maxKeyedDigits) call.currentCaller += digit;
 }
 
 void CallHandling::endNumber()

@@ -76,7 +76,10 @@ void CallHandling::readBackDeliveredNumber()
 {
     CallState& call = phone_.calls.state();
     phone_.ports.line.setDigitMonitoring(true);
-    if (!readBack(phone_.ports.line.playList(), text::removeAll(call.currentCaller, '-')) || call.callover) return;
+    // The caller is known by the digits alone from here: the pick-up caption, the message's
+    // file name and the picture shown when it is played.
+    call.currentCaller = text::removeAll(call.currentCaller, '-');
+    if (!readBack(phone_.ports.line.playList(), call.currentCaller) || call.callover) return;
     phone_.calls.stopPlaying();
     if (settings::dataFlag(phone_.ports.settings, "ansa", "True")) leavemessage();
     else transfer();

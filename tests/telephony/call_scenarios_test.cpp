@@ -97,12 +97,133 @@ TEST_F(CallScenarioTest, ADeliveredNumberIsReadBackWithoutDashesThenTakesAMessag
     run(caller(Identity::Number, {{10s, '1'}, {20s, '#'}}, "0123-45"));
     EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "from.wav", "0.wav", "1.wav", "2.wav", "3.wav", "4.wav",
                                      "5.wav", "nobodyavailable.wav", "leavemessage.wav"));
-    EXPECT_TRUE(has("1-1-0123-45.wav"));
+    EXPECT_TRUE(has("1-1-012345.wav")) << "the caller is known by the digits alone";
 
     settings.set("ansa", "False");
     run(caller(Identity::Number, {}, "0123-45"));
     EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "from.wav", "0.wav", "1.wav", "2.wav", "3.wav", "4.wav",
                                     "5.wav", "pleasewait.wav", "nobodyavailable.wav"));
+    EXPECT_THAT(view.pickupCaptions, ::testing::Contains("012345 - 20"));
+    expectAtRest();
+}
+
+TEST_F(CallScenarioTest, WhoIsAnsweredFollowsTheOptionsAndTheCallerId)
+{
+    // A delivered number with "allcalls" clear rings out unanswered, and still counts as new.
+    run(caller(Identity::Number, {}, "0123"));
+    EXPECT_THAT(heard(), IsEmpty());
+    EXPECT_EQ(line.ringCount(), 10);
+    EXPECT_EQ(counter("newcall1", "newcall2"), "01");
+
+    // No caller ID at all: left to ring without "allcalls"; with it, answered on the fifth
+    // ring and, "noid" being set, asked for the number.
+    run(caller(Identity::None, {}));
+    EXPECT_THAT(heard(), IsEmpty());
+    settings.set("allcalls", "True");
+    run(caller(Identity::None, {}));
+    EXPECT_EQ(line.ringCount(), 5);
+    EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "askfornumber.wav"));
+    EXPECT_EQ(counter("newcall1", "newcall2"), "03");
+}
+
+TEST_F(CallScenarioTest, AKeyedNumberIsAnnouncedByItsDirectoryNameAndOnlyItsDigitsReadBack)
+{
+    writeFile("directory.ini", "01A2D,Jane\r\n");
+    run(caller(Identity::Withheld, {{4s, '1'}, {4500ms, 'A'}, {5s, '2'}, {5500ms, 'D'}, {6s, '#'}}));
+    EXPECT_THAT(logRecords(), ElementsAre("Withheld", " keyed - 1A2D"));
+    EXPECT_THAT(spoken(), ::testing::Contains("Jane, 1 A 2 D "));
+    EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "askfornumber.wav", "from.wav", "1.wav", "2.wav",
+                                     "pleasewait.wav", "nobodyavailable.wav"));
+}
+
+TEST_F(CallScenarioTest, AReadBackThatDoesNotEndInTwentySecondsHangsUp)
+{
+    testing::writeTone(data / "from.wav", 25.0, 700);
+    bool upAt22 = false;
+    bool upAt28 = true;
+    loop.schedule(24s + 22s, [&] { upAt22 = line.callActive(); });
+    loop.schedule(24s + 28s, [&] { upAt28 = line.callActive(); });
+    run(caller(Identity::Withheld, {{4s, '4'}, {5s, '#'}}));
+    EXPECT_TRUE(upAt22);
+    EXPECT_FALSE(upAt28) << "twenty seconds after the read-back began";
+    EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "askfornumber.wav", "from.wav"));
+
+    settings.set("allcalls", "True");
+    settings.set("ansall", "False");
+    run(caller(Identity::Number, {}, "0123"));
+    EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "from.wav"));
+    EXPECT_FALSE(has("1-1-0123.wav"));
+    expectAtRest();
+}
+
+// Any key but "1" would stop the waiting prompt, which reads as the user having taken the
+// call: the caller would be left in silence until the call timer ran out.
+TEST_F(CallScenarioTest, KeysOtherThanOneDuringTheWaitAreIgnored)
+{
+    run(caller(Identity::Withheld, {{4s, '3'}, {5s, '#'}, {10s, '5'}, {12s, '#'}, {14s, '9'}}));
+    EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "askfornumber.wav", "from.wav", "3.wav", "pleasewait.wav",
+                                     "nobodyavailable.wav"));
+    EXPECT_THAT(view.pickupCaptions, ::testing::Contains("3 - 1")) << "the whole transfer time";
+    EXPECT_THAT(logRecords(), ElementsAre("Withheld", " keyed - 3"));
+    expectAtRest();
+}
+
+TEST_F(CallScenarioTest, ThePickUpCaptionCountsDownOnceASecond)
+{
+    std::string at10;
+    std::string at13;
+    loop.schedule(24s + 10s, [&] { at10 = view.pickupCaptions.back(); });
+    loop.schedule(24s + 13s, [&] { at13 = view.pickupCaptions.back(); });
+    run(caller(Identity::Withheld, {{4s, '3'}, {5s, '#'}}));
+    std::vector<std::string> shown;
+    for (const std::string& caption : view.pickupCaptions)
+        if (shown.empty() || shown.back() != caption) shown.push_back(caption);
+    std::vector<std::string> expected = {"3"};
+    for (int left = 20; left >= 1; --left) expected.push_back("3 - " + std::to_string(left));
+    EXPECT_EQ(shown, expected);
+    const auto secondsLeft = [](const std::string& caption) { return std::stoi(caption.substr(caption.rfind(' '))); };
+    EXPECT_EQ(secondsLeft(at10) - secondsLeft(at13), 3);
+}
+
+TEST_F(CallScenarioTest, AKeyEndsTheRecordingAtOnceAndWithoutOneItRunsThirtySeconds)
+{
+    testing::writeTone(top / "talk.wav", 45.0, 250);
+    // When the recording began, from the end of the leave-a-message prompt.
+    const auto recordingStart = [&] {
+        for (const HeardPrompt& prompt : line.transcript())
+            if (std::filesystem::path(prompt.file).filename() == "leavemessage.wav") return prompt.startedAt + prompt.heard;
+        return Milliseconds{0};
+    };
+    const auto seconds = [&](const std::string& name) {
+        return static_cast<double>(testing::readWave(data / name).samples.size()) / 8000;
+    };
+    ScriptedCall keyed = caller(Identity::Withheld, {{4s, '3'}, {5s, '#'}, {29s, '1'}, {40s, '7'}});
+    keyed.speech = top / "talk.wav";
+    keyed.speechAt = 29s;
+    run(keyed);
+    const double untilKey = std::chrono::duration<double>(40s - recordingStart()).count();
+    EXPECT_NEAR(seconds("1-1-3.wav"), untilKey, 0.25);
+
+    ScriptedCall talking = keyed;
+    talking.keys.pop_back();
+    run(talking);
+    // Thirty ticks of the one-second call timer, the first of them due within the first second.
+    EXPECT_NEAR(seconds("1-2-3.wav"), 29.5, 0.75);
+    expectAtRest();
+}
+
+TEST_F(CallScenarioTest, ACallerWhoKeysThreeHundredDigitsStillLeavesAMessage)
+{
+    std::vector<Key> keys;
+    for (int i = 0; i < 300; ++i) keys.push_back({4s + i * 50ms, static_cast<char>('0' + i % 10)});
+    keys.push_back({20s, '#'});
+    keys.push_back({53s, '1'});
+    keys.push_back({58s, '8'});
+    run(caller(Identity::Withheld, keys));
+    std::string kept;
+    for (int i = 0; i < 32; ++i) kept += static_cast<char>('0' + i % 10);
+    EXPECT_THAT(logRecords(), ElementsAre("Withheld", " keyed - " + kept));
+    EXPECT_TRUE(has("1-1-" + kept + ".wav"));
     expectAtRest();
 }
 
