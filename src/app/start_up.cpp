@@ -1,6 +1,9 @@
 // Bringing Corvel up, in the order its parts depend on one another.
 
+#include <algorithm>
+
 #include "app/answer_phone.h"
+#include "app/log.h"
 #include "app/text.h"
 
 namespace corvel {
@@ -20,6 +23,20 @@ constexpr Filled moreOptions[] = {
     {"txt_vol", "vol", "10"},              {"chk_opt1", "answithheld", "True"}, {"chk_opt2", "ansunavailable", "True"},
     {"chk_opt3", "noid", "True"},          {"chk_opt4", "ansall", "False"},      {"txt_transfer", "transfer", "20"}};
 
+// Where the line chosen before stands in today's list: found by its name, since the list holds
+// the devices present; by its number only when no name was kept.
+std::optional<int> storedLine(const std::vector<std::string>& names, const std::string& name, const std::string& number)
+{
+    if (name.empty()) {
+        const long long index = text::leadingNumber(number);
+        if (index >= 0 && index < static_cast<long long>(names.size())) return static_cast<int>(index);
+        return std::nullopt;
+    }
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found == names.end()) return std::nullopt;
+    return static_cast<int>(found - names.begin());
+}
+
 } // namespace
 
 void AnswerPhone::startUp(std::optional<int> chosenLine)
@@ -37,24 +54,34 @@ void AnswerPhone::startUp(std::optional<int> chosenLine)
     };
     view.moveMainWindow(position("frmx"), position("frmy"));
 
-    std::vector<std::string> devices;
-    for (const LineDevice& device : ports.line.devices()) devices.push_back(device.name);
-    view.setListItems("ComboDevice", devices);
+    const auto devices = ports.line.devices();
+    std::vector<std::string> names;
+    for (const LineDevice& device : devices) names.push_back(device.name);
+    view.setListItems("ComboDevice", names);
     if (chosenLine) handling.chooseDevice(*chosenLine);
 
-    const std::string modem = settings::readData(settings, "modem", "");
-    if (modem.empty()) {
+    const auto firstRun = [&] {
         view.selectTab("SSTab1", 1);
         speech.say("You need to set up Corvel for the first time!");
         view.messageBox(MessageIcon::Exclamation, applicationTitle,
                         "Before you can use this software, you need to select your modem from the modems list in "
                         "the window that will appear. When you have done this, you are ready to accept calls!");
-    } else {
-        ports.line.setDeviceNumber(static_cast<std::int32_t>(text::leadingNumber(modem)));
+    };
+    const std::string modem = settings::readData(settings, "modem", "");
+    const std::string modemName = settings::readData(settings, "modemname", "");
+    if (modem.empty()) {
+        firstRun();
+    } else if (const auto stored = storedLine(names, modemName, modem)) {
+        ports.line.setDeviceNumber(*stored);
         view.setListIndex("ComboDevice", ports.line.deviceNumber());
         // The stored line is opened as START opens it, so that calls are taken from the start.
         if (!chosenLine) handling.start();
         window.shrink();
+    } else {
+        // The list holds the devices present, so an unplugged modem is missing, not moved:
+        // nothing else is opened in its place, and the choice is kept for its return.
+        log::warning("the line \"" + modemName + "\" chosen before is not here; no line is open until it is back or another is chosen");
+        firstRun();
     }
 
     for (const Filled& option : answeringOptions) fill(option);

@@ -57,6 +57,30 @@ TEST_F(DesktopTest, AChosenLineIsOpenedAndTheWindowShrunkAtStart)
     EXPECT_THAT(agent.calls, ::testing::IsEmpty());
 }
 
+TEST_F(DesktopTest, TheStoredLineIsFoundByItsNameAndAnAbsentOneOpensNothing)
+{
+    settings.set("noagent", "True");
+    settings.set("modem", "3"); // where it stood in a longer list
+    settings.set("modemname", "Test line");
+    line.setLineOpen(false);
+    phone.startUp();
+    EXPECT_TRUE(line.lineOpen());
+    EXPECT_EQ(line.deviceName(), "Test line");
+    EXPECT_EQ(view.listIndexes["ComboDevice"], 0);
+    EXPECT_TRUE(view.boxes.empty());
+
+    // The modem is unplugged: the list no longer has it.
+    settings.set("modem", "0");
+    settings.set("modemname", "CX93001-EIS_V0.2013-V92 (/dev/ttyACM0)");
+    line.setLineOpen(false);
+    phone.startUp();
+    EXPECT_FALSE(line.lineOpen()) << "no other line opened in its place";
+    ASSERT_EQ(view.boxes.size(), 1u);
+    EXPECT_THAT(view.boxes[0].text, HasSubstr("you need to select your modem"));
+    EXPECT_EQ(dataValue("modemname"), "CX93001-EIS_V0.2013-V92 (/dev/ttyACM0)") << "kept for when it is back";
+    EXPECT_EQ(dataValue("modem"), "0");
+}
+
 TEST_F(DesktopTest, TickingTakeAMessageAlsoTicksAnswerAllCalls)
 {
     view.setChecked("chk_ansa", true);
