@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <vector>
 
 #include "app/data_folder.h"
 #include "app/log.h"
@@ -26,24 +27,47 @@ bool isHexDigest(std::string_view text)
 
 std::optional<OfferedVersion> offeredVersion(std::string_view list)
 {
+    constexpr std::string_view key = "corvel:";
     const std::string lower = text::lower(list);
-    const auto key = lower.find("corvel");
-    if (key == std::string::npos) return std::nullopt;
-    const auto lineEnd = lower.find_first_of("\r\n", key);
-    const std::string_view line = std::string_view(lower).substr(key, lineEnd == std::string::npos ? lineEnd : lineEnd - key);
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos) return std::nullopt;
-    std::string_view rest = line.substr(colon + 1);
-    while (!rest.empty() && rest.back() == ' ') rest.remove_suffix(1);
-    OfferedVersion offer;
-    const auto blank = rest.find(' ');
-    offer.version = std::string(rest.substr(0, blank));
-    if (blank != std::string_view::npos) {
-        std::string_view extra = rest.substr(blank + 1);
-        while (extra.starts_with(' ')) extra.remove_prefix(1);
-        if (extra.starts_with("sha256=") && isHexDigest(extra.substr(7))) offer.sha256 = std::string(extra.substr(7));
+    for (std::string_view rest = lower; !rest.empty();) {
+        const auto end = rest.find_first_of("\r\n");
+        std::string_view line = text::trim(rest.substr(0, end));
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        if (!line.starts_with(key)) continue;
+        line = text::trim(line.substr(key.size()));
+        const auto blank = line.find(' ');
+        OfferedVersion offer{std::string(line.substr(0, blank)), std::nullopt};
+        if (offer.version.empty()) return std::nullopt;
+        if (blank != std::string_view::npos) {
+            const std::string_view extra = text::trim(line.substr(blank + 1));
+            if (extra.starts_with("sha256=") && isHexDigest(extra.substr(7))) offer.sha256 = std::string(extra.substr(7));
+        }
+        return offer;
     }
-    return offer;
+    return std::nullopt;
+}
+
+bool isNewerVersion(std::string_view offered, std::string_view running)
+{
+    // The numbers of "1.7.10", or none when it is anything else.
+    const auto numbers = [](std::string_view version) -> std::optional<std::vector<long long>> {
+        std::vector<long long> parts;
+        for (std::string_view rest = version;;) {
+            const std::string_view part = rest.substr(0, rest.find('.'));
+            if (part.empty() || part.size() > 9 || !std::all_of(part.begin(), part.end(), [](unsigned char c) { return std::isdigit(c); }))
+                return std::nullopt;
+            parts.push_back(text::leadingNumber(part));
+            if (part.size() == rest.size()) return parts;
+            rest.remove_prefix(part.size() + 1);
+        }
+    };
+    auto offeredParts = numbers(offered);
+    auto runningParts = numbers(running);
+    if (!offeredParts || !runningParts) return false;
+    const std::size_t size = std::max(offeredParts->size(), runningParts->size());
+    offeredParts->resize(size, 0); // 1.7 is 1.7.0
+    runningParts->resize(size, 0);
+    return *offeredParts > *runningParts;
 }
 
 std::string downloadText(int minutes)
@@ -99,7 +123,7 @@ void UpdateCheck::check()
     const auto offer = offeredVersion(list.body);
     if (!offer) return;
     const std::string running = CORVEL_VERSION;
-    if (offer->version == running) return;
+    if (!isNewerVersion(offer->version, running)) return;
     if (settings_.read(settings::application, settings::version, offer->version, "0") == "1") return;
 
     speech_.say("There is an update available, do you want to fetch it?");
