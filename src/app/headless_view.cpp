@@ -42,8 +42,8 @@ void HeadlessView::messageBox(MessageIcon, std::string_view title, std::string_v
 
 bool HeadlessView::askYesNo(std::string_view title, std::string_view text)
 {
-    log::info("question \"" + std::string(title) + "\": " + std::string(text) + " (answered Yes)");
-    return true;
+    log::info("question \"" + std::string(title) + "\": " + std::string(text) + " (answered No: nobody is here to agree)");
+    return false;
 }
 
 std::string HeadlessView::inputBox(std::string_view prompt, std::string_view title)

@@ -10,8 +10,8 @@ namespace corvel {
 
 // The system without windows, for a line appliance and for end-to-end tests: what would be
 // shown is kept or written to the log, every message box and spoken question is logged with
-// its title and text, and every question takes its default answer at once, so that nothing
-// ever waits for a person.
+// its title and text, and every question is answered at once, so that nothing ever waits for
+// a person.
 class HeadlessView final : public View {
 public:
     // `quit` ends the program's event loop.
@@ -49,7 +49,7 @@ public:
     void closeDownload() override {}
     WindowPlacement mainWindowPlacement() const override { return placement_; }
     void messageBox(MessageIcon icon, std::string_view title, std::string_view text) override;
-    // The default answer of a Yes/No question is Yes, its first button.
+    // No: unattended, nothing is downloaded, installed or deleted on a question nobody read.
     bool askYesNo(std::string_view title, std::string_view text) override;
     std::string inputBox(std::string_view prompt, std::string_view title) override;
     std::string openFileDialog(std::string_view filter, const std::filesystem::path& folder) override;
