@@ -29,6 +29,7 @@
 #include "ui/qt_sound_output.h"
 #include "ui/single_instance.h"
 #include "ui/splash_window.h"
+#include "ui/termination_signals.h"
 #include "ui/test_line_panel.h"
 
 namespace {
@@ -185,6 +186,7 @@ int main(int argc, char* argv[])
             });
         }
     }
+    std::unique_ptr<TerminationSignals> termination; // until start-up, a signal ends the process at once
     const auto startUp = [&] {
         if (!instance.isFirst()) {
             log::info("Corvel is already running; this one ends");
@@ -192,6 +194,11 @@ int main(int argc, char* argv[])
             return;
         }
         phone.startUp(lineNamed(command.line, line));
+        // However the program is made to end from now on (a signal, the desktop session's end),
+        // it ends as a close does: the call hung up, a recording kept, the line released.
+        termination = std::make_unique<TerminationSignals>();
+        QObject::connect(termination.get(), &TerminationSignals::received, &application, [&] { phone.shutdown(); });
+        QObject::connect(&application, &QCoreApplication::aboutToQuit, [&] { phone.shutdown(); });
         if (!window) return;
         window->setVisible(!settings::dataFlag(settings, "hide", "False"));
         if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();

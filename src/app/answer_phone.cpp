@@ -55,6 +55,8 @@ bool AnswerPhone::requestClose()
 
 void AnswerPhone::shutdown()
 {
+    if (ending_) return; // a second way out (a signal, the session's end) while the first runs
+    ending_ = true;
     calls.standby();
     ports.view.releaseTrayIcon();
     if (window.expanded()) window.saveTop();

@@ -66,7 +66,7 @@ public:
     // Closing the main window: refused while a download runs, else ends any call, closes the
     // line and ends the program. False when refused.
     bool requestClose();
-    // Ends the program through the closing path, whatever is going on.
+    // Ends the program through the closing path, whatever is going on; once.
     void shutdown();
 
     // The tray icon's menu, its choices and its double-click.
@@ -101,6 +101,7 @@ public:
     UpdateCheck updates;
 
 private:
+    bool ending_ = false;
     void ring(std::int32_t count) override;
     void callerId() override;
     void connected() override;

@@ -265,6 +265,13 @@ void Corvel::stop()
     if (process_) process_->terminate();
 }
 
+std::optional<int> Corvel::signal(int number, std::chrono::milliseconds limit)
+{
+    if (!process_ || !process_->running()) return std::nullopt;
+    ::kill(process_->pid(), number);
+    return process_->wait(limit);
+}
+
 std::map<std::string, std::string> Corvel::environment() const
 {
     return {{"XDG_CACHE_HOME", (root_ / "cache").string()},   {"XDG_RUNTIME_DIR", (root_ / "runtime").string()},

@@ -69,6 +69,8 @@ public:
     // Starts it and waits for the SIP line to listen. `line` is given to --line.
     bool start(const std::string& line = "sip");
     void stop();
+    // Sends it `number` and gives its exit code when it ends within `limit`.
+    std::optional<int> signal(int number, std::chrono::milliseconds limit);
     // Runs "corvel OPTION" beside it, as the user does from the command line, and gives its
     // exit code (nothing when it did not end in time).
     std::optional<int> tell(const std::string& option) const;

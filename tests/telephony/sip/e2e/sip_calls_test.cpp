@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <csignal>
+#include <thread>
 #include <fstream>
 
 #include <gmock/gmock.h>
@@ -170,6 +172,44 @@ TEST_F(SipCallTest, ACallerWhoHangsUpWhileRecordingLeavesACompleteMessage)
     EXPECT_GT(message.seconds, 1.5);
     EXPECT_GT(message.rms, 300);
     EXPECT_TRUE(corvel.running());
+}
+
+// Made to end while a caller speaks (the session ending, the service stopped, Ctrl+C), Corvel
+// ends as a close does: the caller is hung up on and the message so far is kept whole.
+TEST_F(SipCallTest, ASignalToEndWhileACallerSpeaksHangsUpAndKeepsTheMessage)
+{
+    useOwnPrompts();
+    corvel.set("data", "allcalls", "True");
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    Sipp caller(corvel);
+    caller.fill("from", "<sip:0555@127.0.0.1>");
+    const milliseconds readBack = 800ms + prompt("from.wav") + prompt("0.wav") + 3 * prompt("5.wav");
+    caller.fill("steps", stepsXml({pause(readBack + 1500ms + 3000ms), key('1'), pause(1000ms + 500ms), speech()}));
+    caller.fill("caller_hangs_up", "0");
+    caller.fill("bye_within", "20000");
+    caller.start("answered_call.xml", 60s);
+    ASSERT_TRUE(corvel.waitForLog("the SIP caller keyed 1", 30s)) << corvel.log();
+    std::this_thread::sleep_for(3500ms); // the leave-a-message prompt, then two seconds of speech
+
+    EXPECT_EQ(corvel.signal(SIGTERM, 10s), 0) << corvel.log();
+    const SippResult result = caller.finish();
+    EXPECT_EQ(result.exitCode, 0) << "a BYE came: " << explain(result) << corvel.log();
+    const WaveFacts message = waveFacts(corvel.data() / "1-1-0555.wav");
+    EXPECT_TRUE(message.readable && message.headerSizesRight) << corvel.log();
+    EXPECT_GT(message.seconds, 1.0);
+    EXPECT_TRUE(corvel.logHas("Corvel was asked to end (TERM)"));
+    EXPECT_TRUE(corvel.logHas("Corvel ends"));
+}
+
+TEST_F(SipCallTest, InterruptAndHangUpSignalsEndAnIdleCorvelCleanly)
+{
+    for (const int number : {SIGINT, SIGHUP}) {
+        Corvel idle;
+        ASSERT_TRUE(idle.start()) << idle.log();
+        ASSERT_TRUE(idle.waitForLog("Welcome to corvel!", 10s)) << idle.log();
+        EXPECT_EQ(idle.signal(number, 10s), 0) << idle.log();
+        EXPECT_TRUE(idle.logHas("Corvel ends")) << idle.log();
+    }
 }
 
 TEST_F(SipCallTest, AStarDuringTheGreetingHangsUpAtOnce)
