@@ -51,7 +51,7 @@ DownloadWindow::DownloadWindow()
     shape_ = new DownloadShape(holder);
     shape_->setObjectName("Shape1");
     layout->addWidget(holder, 0, Qt::AlignTop);
-    text_->setObjectName("Label1");
+    text_->setObjectName("lab_info");
     text_->setWordWrap(true);
     layout->addWidget(text_, 1);
     setFixedWidth(340);

@@ -17,12 +17,21 @@
 
 #include "records/caller_display.h"
 #include "support/answer_phone_harness.h"
+#include "update/update_check.h"
 #include "ui/qt_locale_texts.h"
 
 namespace corvel {
 namespace {
 
 const std::filesystem::path shipped = CORVEL_ASSETS_DIR;
+
+// The window of its own (frm_display, frm_pickup, ...) that goes by `name`.
+QWidget* topLevel(const char* name)
+{
+    for (QWidget* top : QApplication::topLevelWidgets())
+        if (top->objectName() == name) return top;
+    return nullptr;
+}
 
 class MainWindowTest : public ::testing::Test {
 protected:
@@ -69,6 +78,17 @@ TEST_F(MainWindowTest, TheCallerPictureIsNeverNarrowerThanItsMinimum)
     EXPECT_EQ(label->y(), 96) << "right under the 96-pixel picture";
     window.unloadCallerPicture();
     EXPECT_FALSE(popUp->isVisible());
+}
+
+TEST_F(MainWindowTest, TheDownloadCountsItsMinutesInLabInfo)
+{
+    MainWindow window;
+    window.setDownloadText(downloadText(1));
+    const QWidget* download = topLevel("frm_download");
+    ASSERT_NE(download, nullptr);
+    const auto* info = download->findChild<QLabel*>("lab_info");
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->text().toStdString(), downloadText(1));
 }
 
 TEST_F(MainWindowTest, LocaleTextsAlwaysHaveDesignatorsAndAWrittenDate)
