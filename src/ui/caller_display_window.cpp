@@ -19,6 +19,7 @@ CallerDisplayWindow::CallerDisplayWindow()
     photo_->setAlignment(Qt::AlignCenter);
     label_->setObjectName("lab_number");
     label_->setAlignment(Qt::AlignCenter);
+    label_->setTextFormat(Qt::PlainText); // a caller's name is shown as written, never as markup
     label_->setFont(QFont("serif", 12));
     connect(photo_, &ClickableLabel::clicked, this, &CallerDisplayWindow::clicked);
     connect(label_, &ClickableLabel::clicked, this, &CallerDisplayWindow::clicked);

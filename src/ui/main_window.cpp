@@ -857,16 +857,23 @@ WindowPlacement MainWindow::mainWindowPlacement() const
     return placement;
 }
 
+// The texts may carry what came from outside (a program's name from the line, a version from the
+// web site): shown as written, never as markup.
+int MainWindow::ask(MessageIcon icon, std::string_view title, std::string_view text, int buttons)
+{
+    QMessageBox box(toQt(icon), toQt(title), toQt(text), QMessageBox::StandardButtons(buttons), this);
+    box.setTextFormat(Qt::PlainText);
+    return box.exec();
+}
+
 void MainWindow::messageBox(MessageIcon icon, std::string_view title, std::string_view text)
 {
-    QMessageBox box(toQt(icon), toQt(title), toQt(text), QMessageBox::Ok, this);
-    box.exec();
+    ask(icon, title, text, QMessageBox::Ok);
 }
 
 bool MainWindow::askYesNo(std::string_view title, std::string_view text)
 {
-    return QMessageBox::question(this, toQt(title), toQt(text), QMessageBox::Yes | QMessageBox::No) ==
-           QMessageBox::Yes;
+    return ask(MessageIcon::Question, title, text, QMessageBox::Yes | QMessageBox::No) == QMessageBox::Yes;
 }
 
 std::string MainWindow::inputBox(std::string_view prompt, std::string_view title)

@@ -95,6 +95,8 @@ private:
     double twipsPerPixel() const;
     int pixels(double twips) const;
     void showContextMenu(const QPoint& at);
+    // A message box with `buttons` (QMessageBox::StandardButtons); the button pressed.
+    int ask(MessageIcon icon, std::string_view title, std::string_view text, int buttons);
 
     AnswerPhone* phone_ = nullptr;
     QWidget* body_ = nullptr; // the full-height contents; the window's height cuts it off

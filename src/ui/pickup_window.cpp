@@ -20,6 +20,7 @@ PickupWindow::PickupWindow()
     label->setAlignment(Qt::AlignCenter);
     caption_->setObjectName("lab_caller");
     caption_->setAlignment(Qt::AlignCenter);
+    caption_->setTextFormat(Qt::PlainText); // a caller's name is shown as written, never as markup
     caption_->setStyleSheet("font-weight: bold;");
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(image);

@@ -4,6 +4,7 @@
 
 #include "support/qt_application.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
@@ -78,6 +79,43 @@ TEST_F(MainWindowTest, TheCallerPictureIsNeverNarrowerThanItsMinimum)
     EXPECT_EQ(label->y(), 96) << "right under the 96-pixel picture";
     window.unloadCallerPicture();
     EXPECT_FALSE(popUp->isVisible());
+}
+
+// What a label shows, as a screen reader reads it out: markup it took as such is gone.
+std::string shown(const QLabel* label)
+{
+    return QAccessible::queryAccessibleInterface(const_cast<QLabel*>(label))->text(QAccessible::Name).toStdString();
+}
+
+// A SIP display name is whatever the caller's telephone sends.
+TEST_F(MainWindowTest, CallerTextIsShownAsWrittenNeverAsMarkup)
+{
+    const std::string name = R"(<b><img src="/tmp/x.png">Eve</b>)";
+    MainWindow window;
+    window.setText("lab_number", name);
+    window.setPickupCaption(name);
+    window.showDesktopCall(name);
+    for (const auto& [popUp, label] : {std::pair{"frm_display", "lab_number"}, std::pair{"frm_pickup", "lab_caller"},
+                                       std::pair{"frm_desktopcall", "lab_caller"}}) {
+        const QWidget* top = topLevel(popUp);
+        ASSERT_NE(top, nullptr) << popUp;
+        EXPECT_EQ(shown(top->findChild<QLabel*>(label)), name) << popUp;
+    }
+    window.closeDesktopCall();
+
+    // Message boxes and questions too: their texts may carry a name from the line.
+    std::vector<std::string> boxes;
+    const auto readAndClose = [&] {
+        if (QWidget* box = QApplication::activeModalWidget()) {
+            boxes.push_back(shown(box->findChild<QLabel*>("qt_msgbox_label")));
+            box->close();
+        }
+    };
+    QTimer::singleShot(0, readAndClose);
+    window.messageBox(MessageIcon::Stop, "Corvel", name);
+    QTimer::singleShot(0, readAndClose);
+    window.askYesNo("Corvel", name);
+    EXPECT_EQ(boxes, std::vector<std::string>({name, name}));
 }
 
 TEST_F(MainWindowTest, TheDownloadCountsItsMinutesInLabInfo)
