@@ -30,12 +30,26 @@ bool CallerDisplayWindow::loadPhoto(const QString& path)
     QPixmap picture;
     if (!picture.load(path)) return false;
     photo_->setPixmap(picture);
+    layOut();
     return true;
 }
 
-void CallerDisplayWindow::setLabel(const QString& text) { label_->setText(text); }
+void CallerDisplayWindow::setLabel(const QString& text)
+{
+    label_->setText(text);
+    layOut();
+}
 
 void CallerDisplayWindow::showLaidOut()
+{
+    layOut();
+    show();
+    raise();
+}
+
+// Laid out again whenever the picture or the text changes: a message's pop-up is shown first
+// and given its picture afterwards.
+void CallerDisplayWindow::layOut()
 {
     const double twipsPerPixel = 1440.0 / logicalDpiX();
     const QSize picture = photo_->pixmap().size();
@@ -51,8 +65,6 @@ void CallerDisplayWindow::showLaidOut()
         const QRect area = screen->availableGeometry();
         move(area.right() - width() - 24, area.top() + 24);
     }
-    show();
-    raise();
 }
 
 } // namespace corvel

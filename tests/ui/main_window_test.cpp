@@ -7,6 +7,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -63,22 +64,36 @@ TEST_F(MainWindowTest, ControlsShowTheShippedDigitsAndTextsByName)
     EXPECT_EQ(window.selectedItem("contacts"), "") << "nothing selected yet";
 }
 
-TEST_F(MainWindowTest, TheCallerPictureIsNeverNarrowerThanItsMinimum)
+// Shown as a message plays: the window first, then its text and picture. Each picture is laid
+// out, the label right under it, the window no narrower than its minimum.
+TEST_F(MainWindowTest, TheCallerPictureIsLaidOutForEveryPictureItShows)
 {
+    const std::filesystem::path wide = std::filesystem::temp_directory_path() / "corvel-wide-picture.png";
+    ASSERT_TRUE(QImage(400, 50, QImage::Format_RGB32).save(QString::fromStdString(wide.string())));
     MainWindow window;
-    ASSERT_TRUE(window.loadPicture("photo", shipped / "default.gif"));
-    window.setText("lab_number", "Withheld");
     window.showCallerPicture();
-    const QWidget* popUp = nullptr;
-    for (const QWidget* top : QApplication::topLevelWidgets())
-        if (top->objectName() == "frm_display" && top->isVisible()) popUp = top;
+    const QWidget* popUp = topLevel("frm_display");
     ASSERT_NE(popUp, nullptr);
-    const double twipsPerPixel = 1440.0 / popUp->logicalDpiX();
-    EXPECT_NEAR(popUp->width() * twipsPerPixel, CallerDisplay::minimumWidth, twipsPerPixel);
+    const auto* photo = popUp->findChild<QLabel*>("photo");
     const auto* label = popUp->findChild<QLabel*>("lab_number");
+    const double twipsPerPixel = 1440.0 / popUp->logicalDpiX();
+
+    window.setText("lab_number", "Withheld");
+    ASSERT_TRUE(window.loadPicture("photo", shipped / "withheld.gif"));
+    EXPECT_EQ(photo->height(), 96);
     EXPECT_EQ(label->y(), 96) << "right under the 96-pixel picture";
+    EXPECT_NEAR(popUp->width() * twipsPerPixel, CallerDisplay::minimumWidth, twipsPerPixel);
+    EXPECT_EQ(popUp->height(), 96 + label->height());
+
+    window.showCallerPicture();
+    ASSERT_TRUE(window.loadPicture("photo", wide));
+    EXPECT_EQ(photo->size(), QSize(400, 50));
+    EXPECT_EQ(label->y(), 50);
+    EXPECT_EQ(popUp->width(), 400);
+    EXPECT_EQ(popUp->height(), 50 + label->height());
     window.unloadCallerPicture();
     EXPECT_FALSE(popUp->isVisible());
+    std::filesystem::remove(wide);
 }
 
 // What a label shows, as a screen reader reads it out: markup it took as such is gone.
