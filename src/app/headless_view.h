@@ -32,7 +32,8 @@ public:
     void shiftMainWindowDown(double) override {}
     void moveMainWindow(double left, double top) override;
     void setMainWindowHeight(double twips) override { placement_.height = twips; }
-    void setMainWindowVisible(bool) override {}
+    void setMainWindowVisible(bool visible) override { visible_ = visible; }
+    bool mainWindowVisible() const override { return visible_; }
     void showTrayIcon(const std::vector<TrayMenuEntry>&, std::string_view) override {}
     void releaseTrayIcon() override {}
     void showCallerPicture() override {}
@@ -59,6 +60,7 @@ public:
 private:
     std::function<void()> quit_;
     bool busy_ = false;
+    bool visible_ = false;
     std::map<std::string, std::string, std::less<>> texts_;
     std::map<std::string, bool, std::less<>> checked_;
     // A screen of 1920 by 1080 pixels at 15 twips a pixel, so the window arithmetic has one.

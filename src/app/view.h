@@ -57,7 +57,9 @@ public:
     virtual void shiftMainWindowDown(double twips) = 0;
     virtual void moveMainWindow(double left, double top) = 0; // twips
     virtual void setMainWindowHeight(double twips) = 0;
+    // Showing the main window also raises it and gives it the focus.
     virtual void setMainWindowVisible(bool visible) = 0;
+    virtual bool mainWindowVisible() const = 0;
     // The notification-area icon with its menu and tip; its clicks come back to the answer phone.
     virtual void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) = 0;
     virtual void releaseTrayIcon() = 0;

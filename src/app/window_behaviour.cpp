@@ -71,6 +71,13 @@ void WindowBehaviour::hideToTray()
     settings::writeData(settings_, "hide", "True");
 }
 
+void WindowBehaviour::applyHide()
+{
+    const bool visible = !settings::dataFlag(settings_, "hide", "False");
+    // Only a change: showing the window raises it and takes the focus from the user's work.
+    if (view_.mainWindowVisible() != visible) view_.setMainWindowVisible(visible);
+}
+
 void WindowBehaviour::released(bool dragged)
 {
     if (dragged) speech_.geniemove();

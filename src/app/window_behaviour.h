@@ -23,6 +23,8 @@ public:
     void toggleSize();
     // Image3: into the tray.
     void hideToTray();
+    // The window shown or hidden as "hide" says (Timer_hide).
+    void applyHide();
     // A mouse button released on the window's surface or on Image5 after `dragged`: the
     // character follows a drag, and the position is kept for the next start.
     void released(bool dragged);

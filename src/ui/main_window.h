@@ -50,6 +50,7 @@ public:
     void moveMainWindow(double left, double top) override;
     void setMainWindowHeight(double twips) override;
     void setMainWindowVisible(bool visible) override;
+    bool mainWindowVisible() const override { return isVisible(); }
     void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) override;
     void releaseTrayIcon() override;
     void showCallerPicture() override;

@@ -137,6 +137,22 @@ TEST_F(DesktopTest, TheTrayMenuHidesShowsTogglesAndExits)
     EXPECT_TRUE(view.programEnded);
 }
 
+TEST_F(DesktopTest, TheHideTimerTouchesTheWindowOnlyWhenHideSaysOtherwise)
+{
+    using namespace std::chrono_literals;
+    http.connected = false;
+    loop.runFor(3min + 1s);
+    EXPECT_EQ(view.visibilitySets, 0) << "a shown window is not raised over the user's work every minute";
+    settings.set("hide", "True");
+    loop.runFor(3min);
+    EXPECT_FALSE(view.windowVisible);
+    EXPECT_EQ(view.visibilitySets, 1);
+    settings.set("hide", "False");
+    loop.runFor(3min);
+    EXPECT_TRUE(view.windowVisible);
+    EXPECT_EQ(view.visibilitySets, 2);
+}
+
 TEST_F(DesktopTest, ClosingIsRefusedWhileDownloadingEveryTime)
 {
     phone.downloading = true;

@@ -41,6 +41,7 @@ public:
     std::map<std::string, bool, std::less<>> checked;
     std::vector<double> heights; // every height the main window was given, in order
     bool windowVisible = true;
+    int visibilitySets = 0; // each one shows and raises the real window, or hides it
     std::vector<TrayMenuEntry> trayMenu;
     std::string trayTip;
     bool trayShown = false;
@@ -104,7 +105,12 @@ public:
         placement.height = twips;
         heights.push_back(twips);
     }
-    void setMainWindowVisible(bool visible) override { windowVisible = visible; }
+    void setMainWindowVisible(bool visible) override
+    {
+        windowVisible = visible;
+        ++visibilitySets;
+    }
+    bool mainWindowVisible() const override { return windowVisible; }
     void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) override
     {
         trayMenu = menu;
