@@ -192,9 +192,7 @@ int main(int argc, char* argv[])
             return;
         }
         phone.startUp(lineNamed(command.line, line));
-        if (!window) return;
-        window->setVisible(!settings::dataFlag(settings, "hide", "False"));
-        if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
+        if (window && line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
     };
     QObject::connect(&instance, &SingleInstance::requested, &application, [&](const QString& request) {
         if (request == "pick-up") {

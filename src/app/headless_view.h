@@ -34,8 +34,10 @@ public:
     void setMainWindowHeight(double twips) override { placement_.height = twips; }
     void setMainWindowVisible(bool visible) override { visible_ = visible; }
     bool mainWindowVisible() const override { return visible_; }
+    void minimiseMainWindow() override {}
     void showTrayIcon(const std::vector<TrayMenuEntry>&, std::string_view) override {}
     void releaseTrayIcon() override {}
+    bool trayIconShown() const override { return false; }
     void showCallerPicture() override {}
     void unloadCallerPicture() override {}
     // Without a window to click, the user takes the call and hangs up from the command line.

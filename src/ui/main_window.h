@@ -51,8 +51,10 @@ public:
     void setMainWindowHeight(double twips) override;
     void setMainWindowVisible(bool visible) override;
     bool mainWindowVisible() const override { return isVisible(); }
+    void minimiseMainWindow() override { showMinimized(); }
     void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) override;
     void releaseTrayIcon() override;
+    bool trayIconShown() const override { return tray_.visible(); }
     void showCallerPicture() override;
     void unloadCallerPicture() override;
     void showPickup() override;

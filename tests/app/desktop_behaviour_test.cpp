@@ -4,11 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "app/log.h"
 #include "support/answer_phone_harness.h"
 
 namespace corvel {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -121,6 +123,7 @@ TEST_F(DesktopTest, ExpandingNearTheBottomMovesUpAndShrinkingMovesBack)
 
 TEST_F(DesktopTest, TheTrayMenuHidesShowsTogglesAndExits)
 {
+    view.trayShown = true;
     phone.trayMenuClicked("min");
     EXPECT_FALSE(view.windowVisible);
     EXPECT_EQ(dataValue("hide"), "True");
@@ -141,6 +144,7 @@ TEST_F(DesktopTest, TheHideTimerTouchesTheWindowOnlyWhenHideSaysOtherwise)
 {
     using namespace std::chrono_literals;
     http.connected = false;
+    view.trayShown = true;
     loop.runFor(3min + 1s);
     EXPECT_EQ(view.visibilitySets, 0) << "a shown window is not raised over the user's work every minute";
     settings.set("hide", "True");
@@ -151,6 +155,35 @@ TEST_F(DesktopTest, TheHideTimerTouchesTheWindowOnlyWhenHideSaysOtherwise)
     loop.runFor(3min);
     EXPECT_TRUE(view.windowVisible);
     EXPECT_EQ(view.visibilitySets, 2);
+}
+
+// GNOME without its tray extension, or an autostart that runs before the panel.
+TEST_F(DesktopTest, WithoutANotificationAreaTheWindowIsNeverHidden)
+{
+    std::vector<std::string> lines;
+    log::setSink([&](log::Level, std::string_view line) { lines.emplace_back(line); });
+    view.notificationArea = false;
+    view.windowVisible = false; // not shown yet
+    settings.set("hide", "True");
+    phone.startUp();
+    EXPECT_TRUE(view.windowVisible) << "a start with \"hide\" shows the window";
+    view.windowMinimised = false;
+    phone.window.hideToTray();
+    EXPECT_TRUE(view.windowMinimised);
+    view.windowMinimised = false;
+    phone.trayMenuClicked("min");
+    EXPECT_TRUE(view.windowMinimised);
+    loop.runFor(std::chrono::minutes(3));
+    log::setSink({});
+    EXPECT_TRUE(view.windowVisible);
+    EXPECT_THAT(lines, Contains(HasSubstr("\"hide\" is set, but there is no notification area")));
+    EXPECT_THAT(lines, Contains(HasSubstr("no notification area to bring the window back from: it is minimised")));
+
+    // With a notification area the same start keeps the window hidden.
+    view.notificationArea = true;
+    view.windowVisible = false;
+    phone.startUp();
+    EXPECT_FALSE(view.windowVisible);
 }
 
 TEST_F(DesktopTest, ClosingIsRefusedWhileDownloadingEveryTime)

@@ -369,6 +369,16 @@ TEST_F(PhoneOnWindowTest, TheTrayMenuListsTheAnswerPhonesEntriesAndAnswersThem)
     EXPECT_EQ(window.trayIcon().menu(), nullptr);
 }
 
+// The offscreen platform, like GNOME without its tray extension, has no notification area.
+TEST_F(PhoneOnWindowTest, WithoutANotificationAreaHidingToTheTrayMinimises)
+{
+    window.show();
+    click("Image3");
+    EXPECT_TRUE(window.isVisible());
+    EXPECT_TRUE(window.isMinimized());
+    EXPECT_EQ(data("hide"), "(unset)");
+}
+
 TEST_F(PhoneOnWindowTest, ClosingIsRefusedWhileAnUpdateDownloads)
 {
     window.show();
