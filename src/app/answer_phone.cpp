@@ -36,6 +36,7 @@ AnswerPhone::~AnswerPhone() { calls.setRoutines(nullptr); }
 
 void AnswerPhone::loadRecords()
 {
+    newCalls.show();
     messages.checkmessages();
     callLog.rebuild();
     directory.loadcontacts();
