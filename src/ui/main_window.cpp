@@ -776,11 +776,13 @@ void MainWindow::selectTab(std::string_view name, int index)
 
 void MainWindow::shiftMainWindowDown(double twips)
 {
+    // Measured from where the shift began, not from where the window stands after the last
+    // move: a move the window system did not make in full (a window kept inside the screen's
+    // work area, a position rounded to its pixels) would be lost one way and not the other, and
+    // a shake would leave the window elsewhere.
+    if (shiftedTwips_ == 0) shiftOrigin_ = pos();
     shiftedTwips_ += twips;
-    const int moved = static_cast<int>(shiftedTwips_ / twipsPerPixel());
-    if (moved == 0) return;
-    shiftedTwips_ -= moved * twipsPerPixel();
-    move(x(), y() + moved);
+    move(shiftOrigin_ + QPoint(0, pixels(shiftedTwips_)));
 }
 
 void MainWindow::moveMainWindow(double left, double top) { move(pixels(left), pixels(top)); }

@@ -107,7 +107,8 @@ private:
     std::array<QWidget*, 5> lamps_{};
     std::array<QLabel*, 5> legends_{}; // legends_[3] is Label6
     double requestedHeight_ = 0; // twips, as last asked for
-    double shiftedTwips_ = 0;    // moved by shiftMainWindowDown but not yet a whole pixel
+    double shiftedTwips_ = 0;    // moved by shiftMainWindowDown since it began at shiftOrigin_
+    QPoint shiftOrigin_;
     bool busy_ = false;
     bool ending_ = false;
 

@@ -307,6 +307,39 @@ TEST_F(PhoneOnWindowTest, ExpandingNearTheScreenBottomMovesUpAndShrinkingPutsItB
     EXPECT_EQ(settings.read("Withheld", "data", "frmy", ""), positionText(placement.top));
 }
 
+// A window manager that keeps windows inside the screen's work area: a window moved past its
+// bottom edge is put back on it.
+class WorkAreaBottom final : public QObject {
+public:
+    explicit WorkAreaBottom(int top) : top_(top) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        auto* window = static_cast<QWidget*>(watched);
+        if (event->type() == QEvent::Move && window->y() > top_) window->move(window->x(), top_);
+        return false;
+    }
+
+private:
+    int top_; // the highest top that keeps the window inside
+};
+
+TEST_F(PhoneOnWindowTest, ShakingLeavesTheWindowWhereItStarted)
+{
+    window.show();
+    window.moveMainWindow(1500, 1500);
+    const QPoint start = window.pos();
+    phone.handling.shake();
+    EXPECT_EQ(window.pos(), start);
+
+    WorkAreaBottom workArea(start.y()); // standing on the bottom edge: no room to move down
+    window.installEventFilter(&workArea);
+    phone.handling.shake();
+    window.removeEventFilter(&workArea);
+    EXPECT_EQ(window.pos(), start);
+}
+
 TEST_F(PhoneOnWindowTest, DraggingTheSurfaceMovesTheWindowAndKeepsItsPlace)
 {
     window.show();
