@@ -4,7 +4,6 @@
 #include <iostream>
 
 #include <QApplication>
-#include <QComboBox>
 #include <QCommandLineParser>
 #include <QStandardPaths>
 
@@ -179,11 +178,7 @@ int main(int argc, char* argv[])
         testLine.setLiveCaller(&callerEar, &callerMouth);
         testPhone = std::make_unique<TestLinePanel>(testLine);
         window->attach(phone);
-        if (auto* devices = window->findChild<QComboBox*>("ComboDevice")) {
-            QObject::connect(devices, &QComboBox::activated, testPhone.get(), [&] {
-                if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
-            });
-        }
+        window->setTestPhone(testPhone.get());
     }
     const auto startUp = [&] {
         if (!instance.isFirst()) {
@@ -192,7 +187,7 @@ int main(int argc, char* argv[])
             return;
         }
         phone.startUp(lineNamed(command.line, line));
-        if (window && line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
+        if (window) window->showTestPhone();
     };
     QObject::connect(&instance, &SingleInstance::requested, &application, [&](const QString& request) {
         if (request == "pick-up") {

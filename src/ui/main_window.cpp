@@ -30,6 +30,7 @@
 #include "app/options.h"
 #include "app/window_behaviour.h"
 #include "prompts/prompt_files.h"
+#include "telephony/testline/test_line.h"
 #include "ui/artwork.h"
 #include "ui/clickable_label.h"
 #include "ui/panel_widgets.h"
@@ -572,15 +573,28 @@ void MainWindow::attach(AnswerPhone& phone)
     onClick("Command10", [&phone] { phone.pictures.next(); });
     onClick("Command28", [&phone] { phone.directory.addContact(); });
     onClick("Command29", [&phone] { phone.directory.deleteContact(); });
-    onClick("Command1", [&phone] { phone.handling.start(); });
+    onClick("Command1", [this, &phone] {
+        phone.handling.start();
+        showTestPhone();
+    });
     onClick("Command27", [&phone] { phone.characters.command27Clicked(); });
     connect(&display_, &CallerDisplayWindow::clicked, this, [&phone] { phone.display.clicked(); });
     connect(&pickup_, &PickupWindow::clicked, this, [&phone] { phone.handling.pickupClicked(); });
     connect(&desktopCall_, &DesktopCallWindow::hangUpClicked, this, [&phone] { phone.handling.hangUpDesktopCall(); });
-    connect(control<QComboBox>("ComboDevice"), &QComboBox::activated, this,
-            [&phone](int index) { phone.handling.chooseDevice(index); });
+    connect(control<QComboBox>("ComboDevice"), &QComboBox::activated, this, [this, &phone](int index) {
+        phone.handling.chooseDevice(index);
+        showTestPhone();
+    });
     connect(&tray_, &TrayIcon::chosen, this, [&phone](const QString& key) { phone.trayMenuClicked(key.toStdString()); });
     connect(&tray_, &TrayIcon::doubleClicked, this, [&phone] { phone.trayDoubleClicked(); });
+}
+
+void MainWindow::showTestPhone()
+{
+    const Line& line = phone_->ports.line;
+    if (!testPhone_ || line.deviceName() != TestLine::name || !line.lineOpen()) return;
+    testPhone_->show();
+    testPhone_->raise();
 }
 
 // ---- the panel itself: painting, dragging, closing

@@ -33,6 +33,10 @@ public:
     // Sends the controls' clicks to the answer phone behind the window.
     void attach(AnswerPhone& phone);
     TrayIcon& trayIcon() { return tray_; }
+    // The telephone the user plays the caller on, shown whenever the test line is started.
+    void setTestPhone(QWidget* testPhone) { testPhone_ = testPhone; }
+    // Shows the test phone when the line open is the test line.
+    void showTestPhone();
 
     void setBusyCursor(bool busy) override;
     bool busyCursor() const override { return busy_; }
@@ -102,6 +106,7 @@ private:
     int ask(MessageIcon icon, std::string_view title, std::string_view text, int buttons);
 
     AnswerPhone* phone_ = nullptr;
+    QWidget* testPhone_ = nullptr;
     QWidget* body_ = nullptr; // the full-height contents; the window's height cuts it off
     GlyphButton* sizeButton_ = nullptr;
     std::array<QWidget*, 5> lamps_{};

@@ -7,6 +7,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
@@ -283,6 +284,18 @@ TEST_F(PhoneOnWindowTest, SteppersKeepToTheirBounds)
     click("Command6");
     EXPECT_EQ(window.text("txt_transfer"), "100000");
     EXPECT_TRUE(find<QLineEdit>("txt_transfer")->isReadOnly());
+}
+
+TEST_F(PhoneOnWindowTest, StartingTheTestLineOpensTheTestPhone)
+{
+    QWidget testPhone;
+    window.setTestPhone(&testPhone);
+    window.setListItems("ComboDevice", {std::string(TestLine::name)});
+    click("Command1");
+    EXPECT_TRUE(testPhone.isVisible()) << "START";
+    testPhone.hide();
+    emit find<QComboBox>("ComboDevice")->activated(0);
+    EXPECT_TRUE(testPhone.isVisible()) << "chosen from the list";
 }
 
 TEST_F(PhoneOnWindowTest, ExpandingNearTheScreenBottomMovesUpAndShrinkingPutsItBack)
