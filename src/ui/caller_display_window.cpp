@@ -5,6 +5,7 @@
 #include <QScreen>
 
 #include "records/caller_display.h"
+#include "ui/style.h"
 
 namespace corvel {
 
@@ -15,12 +16,12 @@ CallerDisplayWindow::CallerDisplayWindow()
     setObjectName("frm_display");
     setWindowTitle("Corvel");
     setAttribute(Qt::WA_ShowWithoutActivating);
+    style::apply(*this);
     photo_->setObjectName("photo");
     photo_->setAlignment(Qt::AlignCenter);
     label_->setObjectName("lab_number");
     label_->setAlignment(Qt::AlignCenter);
     label_->setTextFormat(Qt::PlainText); // a caller's name is shown as written, never as markup
-    label_->setFont(QFont("serif", 12));
     connect(photo_, &ClickableLabel::clicked, this, &CallerDisplayWindow::clicked);
     connect(label_, &ClickableLabel::clicked, this, &CallerDisplayWindow::clicked);
 }

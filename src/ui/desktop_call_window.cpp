@@ -26,8 +26,7 @@ DesktopCallWindow::DesktopCallWindow()
     layout->addWidget(hangUp);
     connect(hangUp, &QPushButton::clicked, this, &DesktopCallWindow::hangUpClicked);
     setFixedWidth(260);
-    setStyleSheet(style::sheet());
-    setPalette(style::palette());
+    style::apply(*this);
 }
 
 void DesktopCallWindow::setCaller(const QString& caller) { caller_->setText(caller.isEmpty() ? "the caller" : caller); }

@@ -40,8 +40,7 @@ DownloadWindow::DownloadWindow()
     setObjectName("frm_download");
     setWindowTitle("Corvel");
     setAttribute(Qt::WA_TranslucentBackground);
-    setStyleSheet(style::sheet());
-    setPalette(style::palette());
+    style::apply(*this);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(16, 14, 18, 14);
     layout->setSpacing(12);

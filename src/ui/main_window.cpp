@@ -184,16 +184,9 @@ MainWindow::MainWindow() : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint
     setWindowTitle("Corvel");
     setWindowIcon(artwork::markIcon());
     setAttribute(Qt::WA_TranslucentBackground);
-    setStyleSheet(style::sheet());
-    setPalette(style::palette());
-    // The pop-up windows are windows of their own: they take the same colours (their fonts
-    // and sizes are their own).
-    for (QWidget* popUp : std::initializer_list<QWidget*>{&display_, &pickup_}) {
-        popUp->setPalette(style::palette());
-        popUp->setStyleSheet("QLabel { color: " + style::qcolor(style::colour::text).name() + "; }");
+    style::apply(*this);
+    for (QWidget* popUp : std::initializer_list<QWidget*>{&display_, &pickup_, &desktopCall_})
         popUp->setWindowIcon(windowIcon());
-    }
-    desktopCall_.setWindowIcon(windowIcon());
 
     const int width = pixels(widthTwips);
     const int shrunk = pixels(WindowBehaviour::shrunkHeight);
@@ -877,8 +870,13 @@ WindowPlacement MainWindow::mainWindowPlacement() const
 // web site): shown as written, never as markup.
 int MainWindow::ask(MessageIcon icon, std::string_view title, std::string_view text, int buttons)
 {
-    QMessageBox box(toQt(icon), toQt(title), toQt(text), QMessageBox::StandardButtons(buttons), this);
+    QMessageBox box(this);
+    style::apply(box);
+    box.setIcon(toQt(icon));
+    box.setWindowTitle(toQt(title));
     box.setTextFormat(Qt::PlainText);
+    box.setText(toQt(text));
+    box.setStandardButtons(QMessageBox::StandardButtons(buttons));
     return box.exec();
 }
 
@@ -894,13 +892,20 @@ bool MainWindow::askYesNo(std::string_view title, std::string_view text)
 
 std::string MainWindow::inputBox(std::string_view prompt, std::string_view title)
 {
-    return QInputDialog::getText(this, toQt(title), toQt(prompt)).toStdString();
+    QInputDialog dialog(this);
+    style::apply(dialog);
+    dialog.setWindowTitle(toQt(title));
+    dialog.setLabelText(toQt(prompt));
+    return dialog.exec() == QDialog::Accepted ? dialog.textValue().toStdString() : std::string();
 }
 
 std::string MainWindow::openFileDialog(std::string_view filter, const std::filesystem::path& folder)
 {
-    return QFileDialog::getOpenFileName(this, QString(), QString::fromStdString(folder.string()), fileFilter(filter))
-        .toStdString();
+    QFileDialog dialog(this, QString(), QString::fromStdString(folder.string()), fileFilter(filter));
+    style::apply(dialog);
+    dialog.setFileMode(QFileDialog::ExistingFile);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
+    return dialog.selectedFiles().front().toStdString();
 }
 
 void MainWindow::beep() { QApplication::beep(); }

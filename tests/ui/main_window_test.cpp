@@ -22,6 +22,8 @@
 #include "support/answer_phone_harness.h"
 #include "update/update_check.h"
 #include "ui/qt_locale_texts.h"
+#include "ui/style.h"
+#include "ui/test_line_panel.h"
 
 namespace corvel {
 namespace {
@@ -132,6 +134,42 @@ TEST_F(MainWindowTest, CallerTextIsShownAsWrittenNeverAsMarkup)
     QTimer::singleShot(0, readAndClose);
     window.askYesNo("Corvel", name);
     EXPECT_EQ(boxes, std::vector<std::string>({name, name}));
+}
+
+// Corvel's look: its stylesheet, and its palette for what a stylesheet does not reach.
+bool hasCorvelsLook(const QWidget* window)
+{
+    return window && window->styleSheet() == style::sheet() &&
+           window->palette().color(QPalette::Window) == style::qcolor(style::colour::panel) &&
+           window->palette().color(QPalette::Highlight) == style::qcolor(style::colour::accent);
+}
+
+TEST_F(MainWindowTest, EveryWindowAndDialogSharesTheMainWindowsLook)
+{
+    testing::VirtualEventLoop loop;
+    TestLine line{loop};
+    const TestLinePanel testPhone(line);
+    MainWindow window;
+    EXPECT_TRUE(hasCorvelsLook(&window));
+    EXPECT_TRUE(hasCorvelsLook(&testPhone));
+    for (const char* name : {"frm_display", "frm_pickup", "frm_desktopcall", "frm_download"})
+        EXPECT_TRUE(hasCorvelsLook(topLevel(name))) << name;
+
+    std::vector<bool> dialogs;
+    const auto lookAndClose = [&] {
+        QWidget* dialog = QApplication::activeModalWidget();
+        dialogs.push_back(hasCorvelsLook(dialog));
+        if (dialog) dialog->close();
+    };
+    QTimer::singleShot(0, lookAndClose);
+    window.messageBox(MessageIcon::Information, "Corvel", "text");
+    QTimer::singleShot(0, lookAndClose);
+    window.askYesNo("Corvel", "text");
+    QTimer::singleShot(0, lookAndClose);
+    window.inputBox("Number?", "Corvel");
+    QTimer::singleShot(0, lookAndClose);
+    window.openFileDialog("Picture files (*.gif)|*.gif", std::filesystem::temp_directory_path());
+    EXPECT_EQ(dialogs, std::vector<bool>({true, true, true, true}));
 }
 
 TEST_F(MainWindowTest, TheDownloadCountsItsMinutesInLabInfo)
