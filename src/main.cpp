@@ -69,7 +69,13 @@ CommandLine readCommandLine(int argc, char* argv[])
         log::error(options.errorText().toStdString());
         std::exit(2);
     }
-    if (options.isSet(help)) options.showHelp();
+    if (options.isSet(help)) {
+        // Qt names the program "<executable_name>" before the application exists, and its path
+        // otherwise; it is "corvel" however it was started.
+        const QString text = options.helpText();
+        std::cout << "Usage: corvel [options]" << text.mid(text.indexOf('\n')).toStdString();
+        std::exit(0);
+    }
     if (options.isSet(version)) options.showVersion();
     return {options.isSet(headless), options.value(configDir).toStdString(), options.value(dataDir).toStdString(),
             options.value(line).toStdString(), options.value(webSite).toStdString(),
