@@ -137,7 +137,10 @@ int main(int argc, char* argv[])
     QtLocaleTexts locale;
     QtShell shell;
     QtHttp http;
-    Autostart autostart(Autostart::defaultEntry(), QCoreApplication::applicationFilePath().toStdString());
+    const char* path = std::getenv("PATH");
+    Autostart autostart(Autostart::defaultEntry(),
+                        Autostart::program(QCoreApplication::applicationFilePath().toStdString(), path ? path : "",
+                                           CORVEL_INSTALL_BINDIR));
     TestLine testLine(loop);
     modem::ModemOptions modemOptions;
     // The caller-ID country for the modem (AT+GCI): "B4" for the UK, "B5" for North America.
