@@ -4,7 +4,6 @@
 #include <iostream>
 
 #include <QApplication>
-#include <QComboBox>
 #include <QCommandLineParser>
 #include <QStandardPaths>
 
@@ -71,7 +70,13 @@ CommandLine readCommandLine(int argc, char* argv[])
         log::error(options.errorText().toStdString());
         std::exit(2);
     }
-    if (options.isSet(help)) options.showHelp();
+    if (options.isSet(help)) {
+        // Qt names the program "<executable_name>" before the application exists, and its path
+        // otherwise; it is "corvel" however it was started.
+        const QString text = options.helpText();
+        std::cout << "Usage: corvel [options]" << text.mid(text.indexOf('\n')).toStdString();
+        std::exit(0);
+    }
     if (options.isSet(version)) options.showVersion();
     return {options.isSet(headless), options.value(configDir).toStdString(), options.value(dataDir).toStdString(),
             options.value(line).toStdString(), options.value(webSite).toStdString(),
@@ -133,7 +138,10 @@ int main(int argc, char* argv[])
     QtLocaleTexts locale;
     QtShell shell;
     QtHttp http;
-    Autostart autostart(Autostart::defaultEntry(), QCoreApplication::applicationFilePath().toStdString());
+    const char* path = std::getenv("PATH");
+    Autostart autostart(Autostart::defaultEntry(),
+                        Autostart::program(QCoreApplication::applicationFilePath().toStdString(), path ? path : "",
+                                           CORVEL_INSTALL_BINDIR));
     TestLine testLine(loop);
     modem::ModemOptions modemOptions;
     // The caller-ID country for the modem (AT+GCI): "B4" for the UK, "B5" for North America.
@@ -180,11 +188,7 @@ int main(int argc, char* argv[])
         testLine.setLiveCaller(&callerEar, &callerMouth);
         testPhone = std::make_unique<TestLinePanel>(testLine);
         window->attach(phone);
-        if (auto* devices = window->findChild<QComboBox*>("ComboDevice")) {
-            QObject::connect(devices, &QComboBox::activated, testPhone.get(), [&] {
-                if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
-            });
-        }
+        window->setTestPhone(testPhone.get());
     }
     std::unique_ptr<TerminationSignals> termination; // until start-up, a signal ends the process at once
     const auto startUp = [&] {
@@ -199,9 +203,7 @@ int main(int argc, char* argv[])
         termination = std::make_unique<TerminationSignals>();
         QObject::connect(termination.get(), &TerminationSignals::received, &application, [&] { phone.shutdown(); });
         QObject::connect(&application, &QCoreApplication::aboutToQuit, [&] { phone.shutdown(); });
-        if (!window) return;
-        window->setVisible(!settings::dataFlag(settings, "hide", "False"));
-        if (line.deviceName() == TestLine::name && line.lineOpen()) testPhone->show();
+        if (window) window->showTestPhone();
     };
     QObject::connect(&instance, &SingleInstance::requested, &application, [&](const QString& request) {
         if (request == "pick-up") {

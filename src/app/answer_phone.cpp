@@ -27,7 +27,7 @@ AnswerPhone::AnswerPhone(Ports ports_)
       options(ports.view, ports.settings, ports.agent, speech, characters, ports.autostart),
       promptFiles(ports.folder, ports.view, ports.settings, ports.speaker, ports.shell, speech),
       updates(ports.loop, ports.http, ports.settings, ports.view, speech, ports.shell,
-              {webSite(), ports.cacheFolder}, downloading, [this] { shutdown(); })
+              {webSite(), ports.cacheFolder}, downloading, [this] { shutdown(); }, [this] { window.applyHide(); })
 {
     calls.setRoutines(this);
 }
@@ -36,6 +36,7 @@ AnswerPhone::~AnswerPhone() { calls.setRoutines(nullptr); }
 
 void AnswerPhone::loadRecords()
 {
+    newCalls.show();
     messages.checkmessages();
     callLog.rebuild();
     directory.loadcontacts();

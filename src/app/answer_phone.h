@@ -61,7 +61,7 @@ public:
     // Brings everything up in order: window position, line, options, records, prompts, the
     // character and the tray icon. `line` chooses a line device as the user would, first.
     void startUp(std::optional<int> line = std::nullopt);
-    // Fills the message counters, the recent-calls box and the contacts list.
+    // Fills the new-calls and message counters, the recent-calls box and the contacts list.
     void loadRecords();
     // Closing the main window: refused while a download runs, else ends any call, closes the
     // line and ends the program. False when refused.

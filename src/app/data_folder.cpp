@@ -58,7 +58,18 @@ std::optional<fs::path> DataFolder::file(std::string_view name) const
         log::warning("refused the file name \"" + std::string(text::cut(name, 80)) + "\": not a plain name");
         return std::nullopt;
     }
-    return root_ / fs::path(std::string(name));
+    const fs::path exact = root_ / fs::path(std::string(name));
+    std::error_code error;
+    if (fs::exists(exact, error)) return exact;
+    // Names compare in lower case: "Withheld.gif" is the shipped "withheld.gif". Only the folder's
+    // own entries are looked at, so a name still reaches nothing outside it.
+    const std::string wanted = text::lower(name);
+    std::optional<fs::path> found;
+    for (fs::directory_iterator it(root_, error), end; !error && it != end; it.increment(error)) {
+        const fs::path& entry = it->path();
+        if (text::lower(entry.filename().string()) == wanted && (!found || entry < *found)) found = entry;
+    }
+    return found ? *found : exact;
 }
 
 bool DataFolder::exists(std::string_view name) const

@@ -25,7 +25,8 @@ public:
 
     const std::filesystem::path& root() const { return root_; }
 
-    // The path of the file `name` here, or nothing when `name` is no plain file name.
+    // The path of the file `name` here, or nothing when `name` is no plain file name. Names
+    // compare in lower case: a file of the same name in other letters is that file.
     std::optional<std::filesystem::path> file(std::string_view name) const;
     bool exists(std::string_view name) const;
 

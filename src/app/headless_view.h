@@ -32,9 +32,12 @@ public:
     void shiftMainWindowDown(double) override {}
     void moveMainWindow(double left, double top) override;
     void setMainWindowHeight(double twips) override { placement_.height = twips; }
-    void setMainWindowVisible(bool) override {}
+    void setMainWindowVisible(bool visible) override { visible_ = visible; }
+    bool mainWindowVisible() const override { return visible_; }
+    void minimiseMainWindow() override {}
     void showTrayIcon(const std::vector<TrayMenuEntry>&, std::string_view) override {}
     void releaseTrayIcon() override {}
+    bool trayIconShown() const override { return false; }
     void showCallerPicture() override {}
     void unloadCallerPicture() override {}
     // Without a window to click, the user takes the call and hangs up from the command line.
@@ -59,6 +62,7 @@ public:
 private:
     std::function<void()> quit_;
     bool busy_ = false;
+    bool visible_ = false;
     std::map<std::string, std::string, std::less<>> texts_;
     std::map<std::string, bool, std::less<>> checked_;
     // A screen of 1920 by 1080 pixels at 15 twips a pixel, so the window arithmetic has one.

@@ -104,6 +104,7 @@ void AnswerPhone::startUp(std::optional<int> chosenLine)
     characters.listCharacters();
     speech.say("Welcome to corvel!");
     view.showTrayIcon(trayMenu(), "Corvel, version " CORVEL_VERSION);
+    window.applyHide();
 }
 
 } // namespace corvel

@@ -57,10 +57,16 @@ public:
     virtual void shiftMainWindowDown(double twips) = 0;
     virtual void moveMainWindow(double left, double top) = 0; // twips
     virtual void setMainWindowHeight(double twips) = 0;
+    // Showing the main window also raises it and gives it the focus.
     virtual void setMainWindowVisible(bool visible) = 0;
+    virtual bool mainWindowVisible() const = 0;
+    // Down to the task bar: where there is no tray icon, a hidden window could not be found again.
+    virtual void minimiseMainWindow() = 0;
     // The notification-area icon with its menu and tip; its clicks come back to the answer phone.
     virtual void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) = 0;
     virtual void releaseTrayIcon() = 0;
+    // Whether the icon shows: a desktop without a notification area has none.
+    virtual bool trayIconShown() const = 0;
 
     // frm_display, the caller's picture with its label, shown without holding anything up.
     virtual void showCallerPicture() = 0;

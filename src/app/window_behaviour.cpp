@@ -3,6 +3,8 @@
 #include <cmath>
 #include <sstream>
 
+#include "app/log.h"
+
 namespace corvel {
 namespace {
 
@@ -67,8 +69,24 @@ void WindowBehaviour::toggleSize()
 
 void WindowBehaviour::hideToTray()
 {
+    if (!view_.trayIconShown()) {
+        log::info("there is no notification area to bring the window back from: it is minimised, not hidden");
+        view_.minimiseMainWindow();
+        return;
+    }
     view_.setMainWindowVisible(false);
     settings::writeData(settings_, "hide", "True");
+}
+
+void WindowBehaviour::applyHide()
+{
+    const bool hide = settings::dataFlag(settings_, "hide", "False");
+    // Hidden only while the tray icon can bring it back: nobody is left without a way to Corvel.
+    const bool visible = !hide || !view_.trayIconShown();
+    // Only a change: showing the window raises it and takes the focus from the user's work.
+    if (view_.mainWindowVisible() == visible) return;
+    if (hide) log::info("\"hide\" is set, but there is no notification area to bring the window back from: it is shown");
+    view_.setMainWindowVisible(visible);
 }
 
 void WindowBehaviour::released(bool dragged)

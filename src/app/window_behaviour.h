@@ -21,8 +21,11 @@ public:
     void shrink();
     // Image4: the other size.
     void toggleSize();
-    // Image3: into the tray.
+    // Image3: into the tray; only minimised where there is no tray icon.
     void hideToTray();
+    // The window shown or hidden as "hide" says (Timer_hide, and the start), but never hidden
+    // without a tray icon to bring it back.
+    void applyHide();
     // A mouse button released on the window's surface or on Image5 after `dragged`: the
     // character follows a drag, and the position is kept for the next start.
     void released(bool dragged);

@@ -13,10 +13,10 @@ public:
 
     void count();  // a new call has rung
     void reset();  // Label19, and playing a message
+    void show() const { indicator_.show("newcall1", "newcall2", newCallCount_); }
     std::int16_t newCallCount() const { return newCallCount_; }
 
 private:
-    void show() const { indicator_.show("newcall1", "newcall2", newCallCount_); }
 
     const TwoDigitIndicator& indicator_;
     std::int16_t newCallCount_ = 0;

@@ -5,6 +5,7 @@
 #include <QScreen>
 
 #include "records/caller_display.h"
+#include "ui/style.h"
 
 namespace corvel {
 
@@ -15,11 +16,12 @@ CallerDisplayWindow::CallerDisplayWindow()
     setObjectName("frm_display");
     setWindowTitle("Corvel");
     setAttribute(Qt::WA_ShowWithoutActivating);
+    style::apply(*this);
     photo_->setObjectName("photo");
     photo_->setAlignment(Qt::AlignCenter);
     label_->setObjectName("lab_number");
     label_->setAlignment(Qt::AlignCenter);
-    label_->setFont(QFont("serif", 12));
+    label_->setTextFormat(Qt::PlainText); // a caller's name is shown as written, never as markup
     connect(photo_, &ClickableLabel::clicked, this, &CallerDisplayWindow::clicked);
     connect(label_, &ClickableLabel::clicked, this, &CallerDisplayWindow::clicked);
 }
@@ -29,12 +31,26 @@ bool CallerDisplayWindow::loadPhoto(const QString& path)
     QPixmap picture;
     if (!picture.load(path)) return false;
     photo_->setPixmap(picture);
+    layOut();
     return true;
 }
 
-void CallerDisplayWindow::setLabel(const QString& text) { label_->setText(text); }
+void CallerDisplayWindow::setLabel(const QString& text)
+{
+    label_->setText(text);
+    layOut();
+}
 
 void CallerDisplayWindow::showLaidOut()
+{
+    layOut();
+    show();
+    raise();
+}
+
+// Laid out again whenever the picture or the text changes: a message's pop-up is shown first
+// and given its picture afterwards.
+void CallerDisplayWindow::layOut()
 {
     const double twipsPerPixel = 1440.0 / logicalDpiX();
     const QSize picture = photo_->pixmap().size();
@@ -50,8 +66,6 @@ void CallerDisplayWindow::showLaidOut()
         const QRect area = screen->availableGeometry();
         move(area.right() - width() - 24, area.top() + 24);
     }
-    show();
-    raise();
 }
 
 } // namespace corvel

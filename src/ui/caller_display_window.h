@@ -22,6 +22,8 @@ signals:
     void clicked();
 
 private:
+    void layOut();
+
     ClickableLabel* photo_;
     ClickableLabel* label_;
 };

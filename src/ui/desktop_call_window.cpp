@@ -15,6 +15,7 @@ DesktopCallWindow::DesktopCallWindow()
     label->setAlignment(Qt::AlignCenter);
     caller_->setObjectName("lab_caller");
     caller_->setAlignment(Qt::AlignCenter);
+    caller_->setTextFormat(Qt::PlainText); // a caller's name is shown as written, never as markup
     caller_->setStyleSheet("font-weight: bold;");
     auto* hangUp = new QPushButton("Hang up", this);
     hangUp->setObjectName("cmd_hangup");
@@ -25,8 +26,7 @@ DesktopCallWindow::DesktopCallWindow()
     layout->addWidget(hangUp);
     connect(hangUp, &QPushButton::clicked, this, &DesktopCallWindow::hangUpClicked);
     setFixedWidth(260);
-    setStyleSheet(style::sheet());
-    setPalette(style::palette());
+    style::apply(*this);
 }
 
 void DesktopCallWindow::setCaller(const QString& caller) { caller_->setText(caller.isEmpty() ? "the caller" : caller); }

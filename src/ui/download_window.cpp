@@ -40,8 +40,7 @@ DownloadWindow::DownloadWindow()
     setObjectName("frm_download");
     setWindowTitle("Corvel");
     setAttribute(Qt::WA_TranslucentBackground);
-    setStyleSheet(style::sheet());
-    setPalette(style::palette());
+    style::apply(*this);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(16, 14, 18, 14);
     layout->setSpacing(12);
@@ -51,7 +50,7 @@ DownloadWindow::DownloadWindow()
     shape_ = new DownloadShape(holder);
     shape_->setObjectName("Shape1");
     layout->addWidget(holder, 0, Qt::AlignTop);
-    text_->setObjectName("Label1");
+    text_->setObjectName("lab_info");
     text_->setWordWrap(true);
     layout->addWidget(text_, 1);
     setFixedWidth(340);

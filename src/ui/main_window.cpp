@@ -30,6 +30,7 @@
 #include "app/options.h"
 #include "app/window_behaviour.h"
 #include "prompts/prompt_files.h"
+#include "telephony/testline/test_line.h"
 #include "ui/artwork.h"
 #include "ui/clickable_label.h"
 #include "ui/panel_widgets.h"
@@ -183,16 +184,9 @@ MainWindow::MainWindow() : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint
     setWindowTitle("Corvel");
     setWindowIcon(artwork::markIcon());
     setAttribute(Qt::WA_TranslucentBackground);
-    setStyleSheet(style::sheet());
-    setPalette(style::palette());
-    // The pop-up windows are windows of their own: they take the same colours (their fonts
-    // and sizes are their own).
-    for (QWidget* popUp : std::initializer_list<QWidget*>{&display_, &pickup_}) {
-        popUp->setPalette(style::palette());
-        popUp->setStyleSheet("QLabel { color: " + style::qcolor(style::colour::text).name() + "; }");
+    style::apply(*this);
+    for (QWidget* popUp : std::initializer_list<QWidget*>{&display_, &pickup_, &desktopCall_})
         popUp->setWindowIcon(windowIcon());
-    }
-    desktopCall_.setWindowIcon(windowIcon());
 
     const int width = pixels(widthTwips);
     const int shrunk = pixels(WindowBehaviour::shrunkHeight);
@@ -572,15 +566,28 @@ void MainWindow::attach(AnswerPhone& phone)
     onClick("Command10", [&phone] { phone.pictures.next(); });
     onClick("Command28", [&phone] { phone.directory.addContact(); });
     onClick("Command29", [&phone] { phone.directory.deleteContact(); });
-    onClick("Command1", [&phone] { phone.handling.start(); });
+    onClick("Command1", [this, &phone] {
+        phone.handling.start();
+        showTestPhone();
+    });
     onClick("Command27", [&phone] { phone.characters.command27Clicked(); });
     connect(&display_, &CallerDisplayWindow::clicked, this, [&phone] { phone.display.clicked(); });
     connect(&pickup_, &PickupWindow::clicked, this, [&phone] { phone.handling.pickupClicked(); });
     connect(&desktopCall_, &DesktopCallWindow::hangUpClicked, this, [&phone] { phone.handling.hangUpDesktopCall(); });
-    connect(control<QComboBox>("ComboDevice"), &QComboBox::activated, this,
-            [&phone](int index) { phone.handling.chooseDevice(index); });
+    connect(control<QComboBox>("ComboDevice"), &QComboBox::activated, this, [this, &phone](int index) {
+        phone.handling.chooseDevice(index);
+        showTestPhone();
+    });
     connect(&tray_, &TrayIcon::chosen, this, [&phone](const QString& key) { phone.trayMenuClicked(key.toStdString()); });
     connect(&tray_, &TrayIcon::doubleClicked, this, [&phone] { phone.trayDoubleClicked(); });
+}
+
+void MainWindow::showTestPhone()
+{
+    const Line& line = phone_->ports.line;
+    if (!testPhone_ || line.deviceName() != TestLine::name || !line.lineOpen()) return;
+    testPhone_->show();
+    testPhone_->raise();
 }
 
 // ---- the panel itself: painting, dragging, closing
@@ -776,11 +783,13 @@ void MainWindow::selectTab(std::string_view name, int index)
 
 void MainWindow::shiftMainWindowDown(double twips)
 {
+    // Measured from where the shift began, not from where the window stands after the last
+    // move: a move the window system did not make in full (a window kept inside the screen's
+    // work area, a position rounded to its pixels) would be lost one way and not the other, and
+    // a shake would leave the window elsewhere.
+    if (shiftedTwips_ == 0) shiftOrigin_ = pos();
     shiftedTwips_ += twips;
-    const int moved = static_cast<int>(shiftedTwips_ / twipsPerPixel());
-    if (moved == 0) return;
-    shiftedTwips_ -= moved * twipsPerPixel();
-    move(x(), y() + moved);
+    move(shiftOrigin_ + QPoint(0, pixels(shiftedTwips_)));
 }
 
 void MainWindow::moveMainWindow(double left, double top) { move(pixels(left), pixels(top)); }
@@ -857,27 +866,46 @@ WindowPlacement MainWindow::mainWindowPlacement() const
     return placement;
 }
 
+// The texts may carry what came from outside (a program's name from the line, a version from the
+// web site): shown as written, never as markup.
+int MainWindow::ask(MessageIcon icon, std::string_view title, std::string_view text, int buttons)
+{
+    QMessageBox box(this);
+    style::apply(box);
+    box.setIcon(toQt(icon));
+    box.setWindowTitle(toQt(title));
+    box.setTextFormat(Qt::PlainText);
+    box.setText(toQt(text));
+    box.setStandardButtons(QMessageBox::StandardButtons(buttons));
+    return box.exec();
+}
+
 void MainWindow::messageBox(MessageIcon icon, std::string_view title, std::string_view text)
 {
-    QMessageBox box(toQt(icon), toQt(title), toQt(text), QMessageBox::Ok, this);
-    box.exec();
+    ask(icon, title, text, QMessageBox::Ok);
 }
 
 bool MainWindow::askYesNo(std::string_view title, std::string_view text)
 {
-    return QMessageBox::question(this, toQt(title), toQt(text), QMessageBox::Yes | QMessageBox::No) ==
-           QMessageBox::Yes;
+    return ask(MessageIcon::Question, title, text, QMessageBox::Yes | QMessageBox::No) == QMessageBox::Yes;
 }
 
 std::string MainWindow::inputBox(std::string_view prompt, std::string_view title)
 {
-    return QInputDialog::getText(this, toQt(title), toQt(prompt)).toStdString();
+    QInputDialog dialog(this);
+    style::apply(dialog);
+    dialog.setWindowTitle(toQt(title));
+    dialog.setLabelText(toQt(prompt));
+    return dialog.exec() == QDialog::Accepted ? dialog.textValue().toStdString() : std::string();
 }
 
 std::string MainWindow::openFileDialog(std::string_view filter, const std::filesystem::path& folder)
 {
-    return QFileDialog::getOpenFileName(this, QString(), QString::fromStdString(folder.string()), fileFilter(filter))
-        .toStdString();
+    QFileDialog dialog(this, QString(), QString::fromStdString(folder.string()), fileFilter(filter));
+    style::apply(dialog);
+    dialog.setFileMode(QFileDialog::ExistingFile);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
+    return dialog.selectedFiles().front().toStdString();
 }
 
 void MainWindow::beep() { QApplication::beep(); }

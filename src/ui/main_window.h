@@ -33,6 +33,10 @@ public:
     // Sends the controls' clicks to the answer phone behind the window.
     void attach(AnswerPhone& phone);
     TrayIcon& trayIcon() { return tray_; }
+    // The telephone the user plays the caller on, shown whenever the test line is started.
+    void setTestPhone(QWidget* testPhone) { testPhone_ = testPhone; }
+    // Shows the test phone when the line open is the test line.
+    void showTestPhone();
 
     void setBusyCursor(bool busy) override;
     bool busyCursor() const override { return busy_; }
@@ -50,8 +54,11 @@ public:
     void moveMainWindow(double left, double top) override;
     void setMainWindowHeight(double twips) override;
     void setMainWindowVisible(bool visible) override;
+    bool mainWindowVisible() const override { return isVisible(); }
+    void minimiseMainWindow() override { showMinimized(); }
     void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) override;
     void releaseTrayIcon() override;
+    bool trayIconShown() const override { return tray_.visible(); }
     void showCallerPicture() override;
     void unloadCallerPicture() override;
     void showPickup() override;
@@ -95,14 +102,18 @@ private:
     double twipsPerPixel() const;
     int pixels(double twips) const;
     void showContextMenu(const QPoint& at);
+    // A message box with `buttons` (QMessageBox::StandardButtons); the button pressed.
+    int ask(MessageIcon icon, std::string_view title, std::string_view text, int buttons);
 
     AnswerPhone* phone_ = nullptr;
+    QWidget* testPhone_ = nullptr;
     QWidget* body_ = nullptr; // the full-height contents; the window's height cuts it off
     GlyphButton* sizeButton_ = nullptr;
     std::array<QWidget*, 5> lamps_{};
     std::array<QLabel*, 5> legends_{}; // legends_[3] is Label6
     double requestedHeight_ = 0; // twips, as last asked for
-    double shiftedTwips_ = 0;    // moved by shiftMainWindowDown but not yet a whole pixel
+    double shiftedTwips_ = 0;    // moved by shiftMainWindowDown since it began at shiftOrigin_
+    QPoint shiftOrigin_;
     bool busy_ = false;
     bool ending_ = false;
 

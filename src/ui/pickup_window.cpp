@@ -3,6 +3,8 @@
 #include <QMouseEvent>
 #include <QVBoxLayout>
 
+#include "ui/style.h"
+
 namespace corvel {
 
 PickupWindow::PickupWindow()
@@ -10,6 +12,7 @@ PickupWindow::PickupWindow()
 {
     setObjectName("frm_pickup");
     setWindowTitle("Corvel");
+    style::apply(*this);
     auto* image = new ClickableLabel(QString::fromUtf8("\u260E"), this);
     image->setObjectName("Image1");
     image->setAlignment(Qt::AlignCenter);
@@ -20,6 +23,7 @@ PickupWindow::PickupWindow()
     label->setAlignment(Qt::AlignCenter);
     caption_->setObjectName("lab_caller");
     caption_->setAlignment(Qt::AlignCenter);
+    caption_->setTextFormat(Qt::PlainText); // a caller's name is shown as written, never as markup
     caption_->setStyleSheet("font-weight: bold;");
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(image);

@@ -20,8 +20,7 @@ SplashWindow::SplashWindow()
     setWindowTitle("Corvel");
     setWindowIcon(artwork::markIcon());
     setAttribute(Qt::WA_TranslucentBackground);
-    setStyleSheet(style::sheet());
-    setPalette(style::palette());
+    style::apply(*this);
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(28, 24, 28, 22);

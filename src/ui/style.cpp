@@ -27,6 +27,7 @@ QLabel[role="caption"]:hover { color: @accentHover; }
 QLabel[role="lamp"] { color: @muted; font-size: 11px; }
 QLabel[role="lamp"][lit="true"] { color: @text; }
 QLabel#lab_version { color: @muted; }
+QLabel#lab_number { font-family: serif; font-size: 16px; }
 
 QFrame#ledWell {
     background: @well;
@@ -178,6 +179,12 @@ QPalette palette()
     for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
         colours.setColor(QPalette::Disabled, role, qcolor(colour::faint));
     return colours;
+}
+
+void apply(QWidget& window)
+{
+    window.setStyleSheet(sheet());
+    window.setPalette(palette());
 }
 
 } // namespace corvel::style

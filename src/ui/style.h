@@ -3,6 +3,7 @@
 #include <QColor>
 #include <QPalette>
 #include <QString>
+#include <QWidget>
 
 namespace corvel::style {
 
@@ -32,5 +33,8 @@ constexpr int windowRadius = 12;
 QString sheet();
 // The same colours for what a stylesheet does not reach (selections, placeholder text).
 QPalette palette();
+// Gives a window Corvel's look, the stylesheet and the palette. A dialog takes its parent's
+// stylesheet but not its palette, so dialogs are given the look too.
+void apply(QWidget& window);
 
 } // namespace corvel::style

@@ -8,6 +8,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "ui/style.h"
+
 namespace corvel {
 namespace {
 
@@ -24,6 +26,7 @@ TestLinePanel::TestLinePanel(TestLine& line)
 {
     setObjectName("frm_testline");
     setWindowTitle("Test line: you are the caller");
+    style::apply(*this);
     identity_->setObjectName("cmb_identity");
     identity_->addItems({"Number and name", "Number withheld", "Number unavailable", "No caller ID"});
     number_->setObjectName("txt_callernumber");

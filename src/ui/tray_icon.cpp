@@ -25,8 +25,7 @@ void TrayIcon::show(const std::vector<TrayMenuEntry>& entries, const QString& ti
     // The menu is a window of its own, so it takes Corvel's style itself.
     menu_ = std::make_unique<QMenu>();
     menu_->setObjectName("trayMenu");
-    menu_->setStyleSheet(style::sheet());
-    menu_->setPalette(style::palette());
+    style::apply(*menu_);
     for (const TrayMenuEntry& entry : entries) {
         if (entry.caption == "-") {
             menu_->addSeparator();

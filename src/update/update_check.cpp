@@ -76,9 +76,11 @@ std::string downloadText(int minutes)
 }
 
 UpdateCheck::UpdateCheck(EventLoop& loop, Http& http, SettingsStore& settings, View& view, CharacterSpeech& speech,
-                         Shell& shell, Places places, bool& downloading, std::function<void()> endProgram)
+                         Shell& shell, Places places, bool& downloading, std::function<void()> endProgram,
+                         std::function<void()> applyHide)
     : loop_(loop), http_(http), settings_(settings), view_(view), speech_(speech), shell_(shell),
       places_(std::move(places)), downloading_(downloading), endProgram_(std::move(endProgram)),
+      applyHide_(std::move(applyHide)),
       timerHide_(loop.createTimer([this] { timerHideTick(); })),
       elapsed_(loop.createTimer([this] { view_.setDownloadText(downloadText(++minutes_)); })),
       flash_(loop.createTimer([this] {
@@ -101,7 +103,7 @@ std::filesystem::path UpdateCheck::installer() const
 
 void UpdateCheck::timerHideTick()
 {
-    view_.setMainWindowVisible(!settings::dataFlag(settings_, "hide", "False"));
+    applyHide_();
     if (updatechecked_ || !http_.online()) return;
     updatechecked_ = true;
     check();

@@ -43,11 +43,13 @@ public:
         std::filesystem::path cacheFolder; // where the installer is saved
     };
 
+    // `applyHide` is the tick's first step, the main window's visibility.
     UpdateCheck(EventLoop& loop, Http& http, SettingsStore& settings, View& view, CharacterSpeech& speech,
-                Shell& shell, Places places, bool& downloading, std::function<void()> endProgram);
+                Shell& shell, Places places, bool& downloading, std::function<void()> endProgram,
+                std::function<void()> applyHide);
     ~UpdateCheck();
 
-    // The minute timer Timer_hide: the window's visibility from "hide", then the check.
+    // The minute timer Timer_hide: the window's visibility, then the check.
     void timerHideTick();
     void check();
 
@@ -66,6 +68,7 @@ private:
     Places places_;
     bool& downloading_;
     std::function<void()> endProgram_;
+    std::function<void()> applyHide_;
     bool updatechecked_ = false;
     std::unique_ptr<Timer> timerHide_;
     std::unique_ptr<Timer> elapsed_;

@@ -4,11 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "app/log.h"
 #include "support/answer_phone_harness.h"
 
 namespace corvel {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -39,6 +41,7 @@ TEST_F(DesktopTest, AFirstRunOnAnEmptyStoreShowsEveryDefault)
     EXPECT_THAT(spoken(), ElementsAre("You need to set up Corvel for the first time!", "Welcome to corvel!"));
     EXPECT_EQ(view.trayTip, "Corvel, version " CORVEL_VERSION);
     EXPECT_EQ(view.trayMenu.size(), 9u);
+    EXPECT_EQ(counter("newcall1", "newcall2"), "00") << "the new-calls counter is never blank";
 }
 
 TEST_F(DesktopTest, AChosenLineIsOpenedAndTheWindowShrunkAtStart)
@@ -145,6 +148,7 @@ TEST_F(DesktopTest, ExpandingNearTheBottomMovesUpAndShrinkingMovesBack)
 
 TEST_F(DesktopTest, TheTrayMenuHidesShowsTogglesAndExits)
 {
+    view.trayShown = true;
     phone.trayMenuClicked("min");
     EXPECT_FALSE(view.windowVisible);
     EXPECT_EQ(dataValue("hide"), "True");
@@ -159,6 +163,52 @@ TEST_F(DesktopTest, TheTrayMenuHidesShowsTogglesAndExits)
     phone.trayMenuClicked("exit");
     EXPECT_THAT(spoken(), ::testing::Contains("Please wait!"));
     EXPECT_TRUE(view.programEnded);
+}
+
+TEST_F(DesktopTest, TheHideTimerTouchesTheWindowOnlyWhenHideSaysOtherwise)
+{
+    using namespace std::chrono_literals;
+    http.connected = false;
+    view.trayShown = true;
+    loop.runFor(3min + 1s);
+    EXPECT_EQ(view.visibilitySets, 0) << "a shown window is not raised over the user's work every minute";
+    settings.set("hide", "True");
+    loop.runFor(3min);
+    EXPECT_FALSE(view.windowVisible);
+    EXPECT_EQ(view.visibilitySets, 1);
+    settings.set("hide", "False");
+    loop.runFor(3min);
+    EXPECT_TRUE(view.windowVisible);
+    EXPECT_EQ(view.visibilitySets, 2);
+}
+
+// GNOME without its tray extension, or an autostart that runs before the panel.
+TEST_F(DesktopTest, WithoutANotificationAreaTheWindowIsNeverHidden)
+{
+    std::vector<std::string> lines;
+    log::setSink([&](log::Level, std::string_view line) { lines.emplace_back(line); });
+    view.notificationArea = false;
+    view.windowVisible = false; // not shown yet
+    settings.set("hide", "True");
+    phone.startUp();
+    EXPECT_TRUE(view.windowVisible) << "a start with \"hide\" shows the window";
+    view.windowMinimised = false;
+    phone.window.hideToTray();
+    EXPECT_TRUE(view.windowMinimised);
+    view.windowMinimised = false;
+    phone.trayMenuClicked("min");
+    EXPECT_TRUE(view.windowMinimised);
+    loop.runFor(std::chrono::minutes(3));
+    log::setSink({});
+    EXPECT_TRUE(view.windowVisible);
+    EXPECT_THAT(lines, Contains(HasSubstr("\"hide\" is set, but there is no notification area")));
+    EXPECT_THAT(lines, Contains(HasSubstr("no notification area to bring the window back from: it is minimised")));
+
+    // With a notification area the same start keeps the window hidden.
+    view.notificationArea = true;
+    view.windowVisible = false;
+    phone.startUp();
+    EXPECT_FALSE(view.windowVisible);
 }
 
 TEST_F(DesktopTest, ClosingIsRefusedWhileDownloadingEveryTime)

@@ -44,6 +44,14 @@ TEST_F(MessagePlaybackTest, ANewMessageIsPlayedFiledAsOldAndTheRestMoveUp)
     EXPECT_EQ(counter("newcall1", "newcall2"), "00");
 }
 
+TEST_F(MessagePlaybackTest, AWithheldCallersMessageShowsTheWithheldPicture)
+{
+    writeFile("1-1-Withheld.wav", "message");
+    playback.playNew();
+    EXPECT_EQ(view.text("lab_number"), "Withheld");
+    EXPECT_EQ(view.picture("photo"), "withheld.gif");
+}
+
 TEST_F(MessagePlaybackTest, MessagesBeyondAnEmptyFirstSlotAreNotThere)
 {
     writeFile("1-2-0123.wav", "");

@@ -41,9 +41,12 @@ public:
     std::map<std::string, bool, std::less<>> checked;
     std::vector<double> heights; // every height the main window was given, in order
     bool windowVisible = true;
+    bool windowMinimised = false;
+    int visibilitySets = 0; // each one shows and raises the real window, or hides it
     std::vector<TrayMenuEntry> trayMenu;
     std::string trayTip;
     bool trayShown = false;
+    bool notificationArea = true; // false: the desktop shows no tray icon
     std::map<std::string, std::filesystem::path, std::less<>> pictures;
     std::map<std::string, std::string, std::less<>> texts;
     std::map<std::string, std::vector<std::string>, std::less<>> lists;
@@ -104,14 +107,21 @@ public:
         placement.height = twips;
         heights.push_back(twips);
     }
-    void setMainWindowVisible(bool visible) override { windowVisible = visible; }
+    void setMainWindowVisible(bool visible) override
+    {
+        windowVisible = visible;
+        ++visibilitySets;
+    }
+    bool mainWindowVisible() const override { return windowVisible; }
+    void minimiseMainWindow() override { windowMinimised = true; }
     void showTrayIcon(const std::vector<TrayMenuEntry>& menu, std::string_view tip) override
     {
         trayMenu = menu;
         trayTip = tip;
-        trayShown = true;
+        trayShown = notificationArea;
     }
     void releaseTrayIcon() override { trayShown = false; }
+    bool trayIconShown() const override { return trayShown; }
     void shiftMainWindowDown(double twips) override
     {
         shiftedTwips += twips;

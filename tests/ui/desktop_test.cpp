@@ -14,6 +14,7 @@
 #include <QSysInfo>
 #include <QTest>
 
+#include "app/answer_phone.h"
 #include "app/log.h"
 #include "ui/single_instance.h"
 #include "ui/splash_window.h"
@@ -51,6 +52,23 @@ TEST_F(DesktopTest, WithoutANotificationAreaTheMenuIsBuiltAndTheLackToldOnce)
     EXPECT_TRUE(actions[1]->isSeparator());
     actions[2]->trigger();
     EXPECT_EQ(chosen, QStringList{"exit"});
+}
+
+// The menu handed to the notification area's icon, as the answer phone fills it at start.
+TEST_F(DesktopTest, TheTrayMenuHasTheAnswerPhonesCaptionsAndKeys)
+{
+    TrayIcon tray;
+    QStringList keys;
+    QObject::connect(&tray, &TrayIcon::chosen, [&](const QString& key) { keys << key; });
+    tray.show(AnswerPhone::trayMenu(), "Corvel, version " CORVEL_VERSION);
+    QStringList captions;
+    for (QAction* action : tray.menu()->actions()) {
+        captions << (action->isSeparator() ? "-" : action->text());
+        if (!action->isSeparator()) action->trigger();
+    }
+    EXPECT_EQ(captions, QStringList({"-= Menu =-", "-", "Minimise", "-", "Maximise", "-", "About Corvel", "-",
+                                     "Exit Corvel"}));
+    EXPECT_EQ(keys, QStringList({"menu", "min", "max", "about", "exit"}));
 }
 
 TEST_F(DesktopTest, TheSplashShowsTheVersionAndGoesAwayBeforeWhatFollows)

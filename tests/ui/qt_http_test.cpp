@@ -91,7 +91,7 @@ protected:
     bool downloading = false;
     bool ended = false;
     UpdateCheck updates{loop, http, settings, view, speech, shell, {server.address(), cache}, downloading,
-                        [this] { ended = true; }};
+                        [this] { ended = true; }, [] {}};
 
     ~QtHttpTest() override { std::filesystem::remove_all(cache); }
 };

@@ -1,0 +1,53 @@
+#include "app/data_folder.h"
+
+#include <unistd.h>
+
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+namespace corvel {
+namespace {
+
+namespace fs = std::filesystem;
+
+class DataFolderTest : public ::testing::Test {
+protected:
+    ~DataFolderTest() override { fs::remove_all(top); }
+
+    void write(const fs::path& path) const { std::ofstream(path) << "GIF89a"; }
+
+    const fs::path top = [] {
+        std::string pattern = (fs::temp_directory_path() / "corvel-folder-XXXXXX").string();
+        return fs::path(::mkdtemp(pattern.data()));
+    }();
+    const fs::path root = [this] {
+        fs::create_directories(top / "data");
+        return top / "data";
+    }();
+    DataFolder folder{root};
+};
+
+TEST_F(DataFolderTest, NamesCompareInLowerCase)
+{
+    write(root / "withheld.gif");
+    EXPECT_EQ(folder.file("Withheld.gif"), root / "withheld.gif");
+    EXPECT_TRUE(folder.exists("WITHHELD.GIF"));
+    EXPECT_EQ(folder.file("default.gif"), root / "default.gif") << "a new file takes the name given";
+    EXPECT_FALSE(folder.exists("default.gif"));
+
+    write(root / "Withheld.gif");
+    EXPECT_EQ(folder.file("Withheld.gif"), root / "Withheld.gif") << "the exact name first";
+    write(root / "0123.gif");
+    EXPECT_FALSE(folder.rename("0123.gif", "WITHHELD.gif")) << "never over a file of the same name";
+}
+
+TEST_F(DataFolderTest, ANameThatIsNoPlainFileNameReachesNothingEvenInOtherLetters)
+{
+    write(top / "secret.gif");
+    for (const char* name : {"../secret.gif", "../SECRET.GIF", "/etc/passwd", "..", "."})
+        EXPECT_EQ(folder.file(name), std::nullopt) << name;
+}
+
+} // namespace
+} // namespace corvel
