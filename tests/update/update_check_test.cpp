@@ -134,7 +134,7 @@ TEST(UnattendedUpdateCheck, AHeadlessCorvelDeclinesTheOfferAndFetchesNothingMore
     CharacterSpeech speech(agent, settings, loop, view);
     bool downloading = false;
     UpdateCheck updates(loop, http, settings, view, speech, shell, {"https://corvel.test", "/nonexistent"}, downloading,
-                        [&] { ended = true; });
+                        [&] { ended = true; }, [] {});
     updates.check();
     log::setSink(nullptr);
     EXPECT_THAT(http.fetched, ElementsAre(list));
