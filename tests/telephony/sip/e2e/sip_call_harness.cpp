@@ -364,17 +364,23 @@ std::vector<std::int16_t> DesktopSound::heard() const
 
 double toneShare(const std::vector<std::int16_t>& samples, double hz, int rate)
 {
-    if (samples.empty()) return 0;
-    double in = 0, quadrature = 0, energy = 0;
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        const double phase = 2 * M_PI * hz * static_cast<double>(i) / rate;
-        in += samples[i] * std::cos(phase);
-        quadrature += samples[i] * std::sin(phase);
-        energy += static_cast<double>(samples[i]) * samples[i];
+    // Measured in blocks of 40 ms, each against its own phase: a lost packet or a late buffer
+    // shifts the tone's phase, which would cancel a single sum over the whole stretch.
+    const std::size_t block = static_cast<std::size_t>(rate) / 25;
+    double tone = 0, energy = 0;
+    for (std::size_t start = 0; start + block <= samples.size(); start += block) {
+        double in = 0, quadrature = 0;
+        for (std::size_t i = 0; i < block; ++i) {
+            const double phase = 2 * M_PI * hz * static_cast<double>(i) / rate;
+            const double sample = samples[start + i];
+            in += sample * std::cos(phase);
+            quadrature += sample * std::sin(phase);
+            energy += sample * sample;
+        }
+        // A pure tone of amplitude A gives (n A / 2)^2 * 2 / n against n A^2 / 2 of energy: a share of 1.
+        tone += 2 * (in * in + quadrature * quadrature) / static_cast<double>(block);
     }
-    if (energy == 0) return 0;
-    // A pure tone of amplitude A gives (N A / 2)^2 * 2 / N against N A^2 / 2 of energy: a share of 1.
-    return 2 * (in * in + quadrature * quadrature) / static_cast<double>(samples.size()) / energy;
+    return energy == 0 ? 0 : tone / energy;
 }
 
 std::string Corvel::log() const { return readText(root_ / "corvel.log"); }
