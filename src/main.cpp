@@ -9,8 +9,8 @@
 
 #include "app/answer_phone.h"
 #include "app/headless_view.h"
-#include "app/ini_settings_store.h"
-#include "app/log.h"
+#include "base/ini_settings_store.h"
+#include "base/log.h"
 #include "character/acs/character_info.h"
 #include "character/character_loading.h"
 #include "character/logging_agent.h"

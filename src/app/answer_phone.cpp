@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "app/text.h"
+#include "base/text.h"
 #include "update/web_link.h"
 
 namespace corvel {
@@ -22,7 +22,8 @@ AnswerPhone::AnswerPhone(Ports ports_)
       callerIdentity(ports.line, calls.state(), ports.agent, speech, directory, display, callLog),
       messages(ports.folder, indicator),
       playback(ports.folder, ports.view, ports.speaker, speech, display, messages, newCalls, ports.desktop),
-      handling(*this),
+      handling({ports.loop, ports.settings, ports.line, ports.view, ports.agent, ports.folder, calls, speech, display,
+                directory, callLog, newCalls, messages, [this] { shutdown(); }}),
       window(ports.view, ports.settings, ports.loop, speech),
       options(ports.view, ports.settings, ports.agent, speech, characters, ports.autostart),
       promptFiles(ports.folder, ports.view, ports.settings, ports.speaker, ports.shell, speech),

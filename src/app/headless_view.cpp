@@ -1,6 +1,6 @@
 #include "app/headless_view.h"
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "app/view.h"
+#include "base/view.h"
 
 namespace corvel {
 

@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "app/autostart.h"
-#include "app/settings_store.h"
-#include "app/view.h"
+#include "base/settings_store.h"
+#include "base/view.h"
 #include "character/agent.h"
 #include "character/character_loading.h"
 #include "character/character_speech.h"

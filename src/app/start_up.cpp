@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "app/answer_phone.h"
-#include "app/log.h"
-#include "app/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace corvel {
 namespace {

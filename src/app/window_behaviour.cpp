@@ -3,7 +3,7 @@
 #include <cmath>
 #include <sstream>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

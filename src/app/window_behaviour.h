@@ -1,8 +1,8 @@
 #pragma once
 
-#include "app/event_loop.h"
-#include "app/settings_store.h"
-#include "app/view.h"
+#include "base/event_loop.h"
+#include "base/settings_store.h"
+#include "base/view.h"
 #include "character/character_speech.h"
 
 namespace corvel {

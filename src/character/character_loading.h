@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "app/event_loop.h"
-#include "app/settings_store.h"
-#include "app/view.h"
+#include "base/event_loop.h"
+#include "base/settings_store.h"
+#include "base/view.h"
 #include "character/agent.h"
 #include "character/character_speech.h"
 

@@ -4,9 +4,9 @@
 #include <memory>
 #include <string_view>
 
-#include "app/event_loop.h"
-#include "app/settings_store.h"
-#include "app/view.h"
+#include "base/event_loop.h"
+#include "base/settings_store.h"
+#include "base/view.h"
 #include "character/agent.h"
 
 namespace corvel {

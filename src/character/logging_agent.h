@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 #include "character/agent.h"
 
 namespace corvel {

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <filesystem>
 
-#include "app/data_folder.h"
-#include "app/sound_output.h"
-#include "app/view.h"
+#include "base/data_folder.h"
+#include "base/sound_output.h"
+#include "base/view.h"
 #include "character/character_speech.h"
 #include "messages/message_store.h"
 #include "records/caller_display.h"

@@ -1,6 +1,6 @@
 #include "messages/message_store.h"
 
-#include "app/text.h"
+#include "base/text.h"
 
 namespace corvel {
 namespace {

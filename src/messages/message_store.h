@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "app/data_folder.h"
-#include "app/two_digit_indicator.h"
+#include "base/data_folder.h"
+#include "base/two_digit_indicator.h"
 
 namespace corvel {
 

@@ -3,11 +3,11 @@
 #include <string_view>
 #include <vector>
 
-#include "app/data_folder.h"
-#include "app/settings_store.h"
-#include "app/shell.h"
-#include "app/sound_output.h"
-#include "app/view.h"
+#include "base/data_folder.h"
+#include "base/settings_store.h"
+#include "base/shell.h"
+#include "base/sound_output.h"
+#include "base/view.h"
 #include "character/character_speech.h"
 
 namespace corvel {

@@ -1,6 +1,6 @@
 #include "records/call_log.h"
 
-#include "app/text.h"
+#include "base/text.h"
 
 namespace corvel {
 namespace {

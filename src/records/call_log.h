@@ -3,10 +3,10 @@
 #include <string>
 #include <string_view>
 
-#include "app/data_folder.h"
-#include "app/event_loop.h"
-#include "app/locale_texts.h"
-#include "app/view.h"
+#include "base/data_folder.h"
+#include "base/event_loop.h"
+#include "base/locale_texts.h"
+#include "base/view.h"
 #include "character/character_speech.h"
 
 namespace corvel {

@@ -3,9 +3,9 @@
 #include <memory>
 #include <string_view>
 
-#include "app/data_folder.h"
-#include "app/event_loop.h"
-#include "app/view.h"
+#include "base/data_folder.h"
+#include "base/event_loop.h"
+#include "base/view.h"
 
 namespace corvel {
 

@@ -1,6 +1,6 @@
 #include "records/caller_id.h"
 
-#include "app/text.h"
+#include "base/text.h"
 
 namespace corvel {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "app/data_folder.h"
-#include "app/view.h"
+#include "base/data_folder.h"
+#include "base/view.h"
 #include "character/character_speech.h"
 #include "records/caller_display.h"
 

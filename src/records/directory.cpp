@@ -1,7 +1,7 @@
 #include "records/directory.h"
 
-#include "app/log.h"
-#include "app/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace corvel {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "app/data_folder.h"
-#include "app/view.h"
+#include "base/data_folder.h"
+#include "base/view.h"
 #include "character/character_speech.h"
 
 namespace corvel {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "app/two_digit_indicator.h"
+#include "base/two_digit_indicator.h"
 
 namespace corvel {
 

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cmath>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

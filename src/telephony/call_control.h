@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "app/event_loop.h"
-#include "app/view.h"
+#include "base/event_loop.h"
+#include "base/line_lamps.h"
+#include "base/view.h"
 #include "telephony/call_state.h"
 #include "telephony/line.h"
-#include "telephony/line_lamps.h"
 
 namespace corvel {
 

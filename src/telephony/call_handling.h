@@ -1,19 +1,50 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
-namespace corvel {
+#include "base/data_folder.h"
+#include "base/event_loop.h"
+#include "base/settings_store.h"
+#include "base/view.h"
+#include "character/agent.h"
+#include "character/character_speech.h"
+#include "messages/message_store.h"
+#include "records/call_log.h"
+#include "records/caller_display.h"
+#include "records/directory.h"
+#include "records/new_calls.h"
+#include "telephony/call_control.h"
+#include "telephony/line.h"
 
-class AnswerPhone;
+namespace corvel {
 
 // What happens on the line: choosing the modem, counting rings and answering, the dialogue
 // with an answered caller, the keys they press, putting them through to the user and taking
 // a message. Every wait yields to the event loop and ends as soon as `standby` runs.
 class CallHandling {
 public:
-    explicit CallHandling(AnswerPhone& phone);
+    // What the routines work with, each by name.
+    struct Collaborators {
+        EventLoop& loop;
+        SettingsStore& settings;
+        Line& line;
+        View& view;
+        Agent& agent;
+        const DataFolder& folder;
+        CallControl& calls;
+        CharacterSpeech& speech;
+        CallerDisplay& display;
+        const Directory& directory;
+        CallLog& callLog;
+        NewCalls& newCalls;
+        MessageStore& messages;
+        std::function<void()> endProgram; // the closing path, when a chosen line proves unusable
+    };
+
+    explicit CallHandling(Collaborators with);
 
     // --- Choosing the line device (ComboDevice) and opening it (Command1, START) ---
     void chooseDevice(int index);
@@ -51,7 +82,20 @@ private:
     std::string prompt(std::string_view key, std::string_view shippedName) const;
     std::string dataFile(std::string_view name) const;
 
-    AnswerPhone& phone_;
+    EventLoop& loop_;
+    SettingsStore& settings_;
+    Line& line_;
+    View& view_;
+    Agent& agent_;
+    const DataFolder& folder_;
+    CallControl& calls_;
+    CharacterSpeech& speech_;
+    CallerDisplay& display_;
+    const Directory& directory_;
+    CallLog& callLog_;
+    NewCalls& newCalls_;
+    MessageStore& messages_;
+    std::function<void()> endProgram_;
 };
 
 } // namespace corvel

@@ -1,8 +1,7 @@
 // The keys an answered caller presses: their number while they are asked for it, "1" for a
 // message while they wait to be put through, and any key to end their message.
 
-#include "app/answer_phone.h"
-#include "app/text.h"
+#include "base/text.h"
 #include "telephony/call_handling.h"
 
 namespace corvel {
@@ -15,10 +14,9 @@ constexpr std::size_t maxKeyedDigits = 32;
 
 void CallHandling::digitpressed(std::string_view digit)
 {
-    CallControl& calls = phone_.calls;
-    CallState& call = calls.state();
+    CallState& call = calls_.state();
     if (call.callphase == CallPhase::PuttingThrough && digit == "1") {
-        calls.stopPlaying();
+        calls_.stopPlaying();
         call.countdown = 10;
         leavemessage();
         call.callphase = CallPhase::Idle;
@@ -34,32 +32,31 @@ void CallHandling::digitpressed(std::string_view digit)
     }
     if (call.callover) return;
     call.countdown = 5; // the caller has five seconds for the next key
-    calls.stopPlaying();
-    calls.lightKeypressLamp();
+    calls_.stopPlaying();
+    calls_.lightKeypressLamp();
     if (digit == "#") endNumber();
     else if (call.currentCaller.size() < maxKeyedDigits) call.currentCaller += digit;
 }
 
 void CallHandling::endNumber()
 {
-    Line& line = phone_.ports.line;
-    CallState& call = phone_.calls.state();
-    if (line.recording()) line.setRecording(false);
+    CallState& call = calls_.state();
+    if (line_.recording()) line_.setRecording(false);
     call.entrydone = true;
     if (call.inmessage) return; // only the first "#" of a call
     call.inmessage = true;
 
     const std::string number = call.currentCaller;
-    phone_.callLog.append(" keyed - " + number);
-    if (phone_.ports.folder.exists(Directory::fileName)) {
+    callLog_.append(" keyed - " + number);
+    if (folder_.exists(Directory::fileName)) {
         std::string spelled;
         for (char c : number) (spelled += c) += ' ';
-        const auto name = phone_.directory.lookup(number);
-        phone_.speech.say((name ? *name : "") + ", " + spelled);
+        const auto name = directory_.lookup(number);
+        speech_.say((name ? *name : "") + ", " + spelled);
     }
-    phone_.display.loadPhotoOrDefault(text::removeAll(number, '-'));
-    phone_.display.show();
-    phone_.callLog.rebuild();
+    display_.loadPhotoOrDefault(text::removeAll(number, '-'));
+    display_.show();
+    callLog_.rebuild();
     if (readBack("", number)) transfer();
 }
 

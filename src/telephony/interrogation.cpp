@@ -1,8 +1,7 @@
 // The dialogue with an answered caller: the greeting by the hour, then either asking for their
 // number or reading back the number the network delivered.
 
-#include "app/answer_phone.h"
-#include "app/text.h"
+#include "base/text.h"
 #include "telephony/call_handling.h"
 
 namespace corvel {
@@ -10,78 +9,74 @@ namespace corvel {
 void CallHandling::connected()
 {
     if (!callIsOurs()) return;
-    CallControl& calls = phone_.calls;
-    CallState& call = calls.state();
+    CallState& call = calls_.state();
     call.callphase = CallPhase::Interrogating;
     call.callInProgress = true;
     call.playdone = false;
 
-    const auto now = phone_.ports.loop.localNow();
+    const auto now = loop_.localNow();
     const auto hour = std::chrono::hh_mm_ss(now - std::chrono::floor<std::chrono::days>(now)).hours().count();
     // Three tests, not a chain: exactly one of them holds.
     if (hour >= 0 && hour <= 11)
-        calls.playPrompt(prompt("morning", "goodmorning.wav"), CallControl::cantPlay("goodmorning.wav"));
+        calls_.playPrompt(prompt("morning", "goodmorning.wav"), CallControl::cantPlay("goodmorning.wav"));
     if (hour >= 12 && hour <= 17)
-        calls.playPrompt(prompt("afternoon", "goodafternoon.wav"), CallControl::cantPlay("goodafternoon.wav"));
+        calls_.playPrompt(prompt("afternoon", "goodafternoon.wav"), CallControl::cantPlay("goodafternoon.wav"));
     if (hour >= 18 && hour <= 23)
-        calls.playPrompt(prompt("evening", "goodevening.wav"), CallControl::cantPlay("goodevening.wav"));
+        calls_.playPrompt(prompt("evening", "goodevening.wav"), CallControl::cantPlay("goodevening.wav"));
     if (call.callover) return;
 
-    const SettingsStore& settings = phone_.ports.settings;
     const std::string caller = text::lower(call.currentCaller);
-    const bool ask = settings::dataFlag(settings, "ansall", "True") ||
-                     (settings::dataFlag(settings, "noid", "True") && call.currentCaller.empty()) ||
-                     (caller == "withheld" && settings::dataFlag(settings, "answithheld", "True")) ||
-                     (caller == "unavailable" && settings::dataFlag(settings, "ansunavailable", "True"));
+    const bool ask = settings::dataFlag(settings_, "ansall", "True") ||
+                     (settings::dataFlag(settings_, "noid", "True") && call.currentCaller.empty()) ||
+                     (caller == "withheld" && settings::dataFlag(settings_, "answithheld", "True")) ||
+                     (caller == "unavailable" && settings::dataFlag(settings_, "ansunavailable", "True"));
     if (ask) interrogate();
     else readBackDeliveredNumber();
 }
 
 void CallHandling::interrogate()
 {
-    Line& line = phone_.ports.line;
-    CallControl& calls = phone_.calls;
-    CallState& call = calls.state();
+    CallState& call = calls_.state();
 
     call.currentCaller.clear(); // from now on it collects the keyed digits
     // An entry finished in an earlier call must not cut this one's short.
     call.entrydone = false;
-    line.setDigitMonitoring(true);
+    line_.setDigitMonitoring(true);
     const auto keyed = [&] { return !call.currentCaller.empty(); };
-    if (!calls.playPromptAndWait(line.playList() + "," + prompt("number", "askfornumber.wav"),
+    if (!calls_.playPromptAndWait(line_.playList() + "," + prompt("number", "askfornumber.wav"),
                                  CallControl::cantPlay("askfornumber.wav"), 25, keyed))
         return;
     if (call.callover) return;
     if (!keyed()) {
         call.countdown = 10;
-        calls.waitUntil([&] { return keyed() || call.countdown == 0; });
+        calls_.waitUntil([&] { return keyed() || call.countdown == 0; });
     }
     if (!keyed()) {
-        calls.standby(); // the caller keyed nothing
+        calls_.standby(); // the caller keyed nothing
         return;
     }
-    while (line.callActive() && !call.entrydone) {
+    while (line_.callActive() && !call.entrydone) {
         // A caller who stops keying has ended the number.
         if (call.countdown == 0 && !call.entrydone && keyed()) digitpressed("#");
         if (call.countdown == 0 && !call.entrydone && call.currentCaller.size() < 2) {
             call.entrydone = true;
             call.callover = true;
-            calls.standby();
+            calls_.standby();
         }
-        if (line.callActive() && !call.entrydone) phone_.ports.loop.yield();
+        if (line_.callActive() && !call.entrydone) loop_.yield();
     }
 }
 
 void CallHandling::readBackDeliveredNumber()
 {
-    CallState& call = phone_.calls.state();
-    phone_.ports.line.setDigitMonitoring(true);
+    CallState& call = calls_.state();
+    line_.setDigitMonitoring(true);
     // The caller is known by the digits alone from here: the pick-up caption, the message's
     // file name and the picture shown when it is played.
     call.currentCaller = text::removeAll(call.currentCaller, '-');
-    if (!readBack(phone_.ports.line.playList(), call.currentCaller) || call.callover) return;
-    phone_.calls.stopPlaying();
-    if (settings::dataFlag(phone_.ports.settings, "ansa", "True")) leavemessage();
+    if (!readBack(line_.playList(), call.currentCaller) || call.callover) return;
+    calls_.stopPlaying();
+    if (settings::dataFlag(settings_, "ansa", "True")) leavemessage();
     else transfer();
 }
 

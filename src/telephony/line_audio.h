@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 
 namespace corvel {
 

@@ -1,6 +1,6 @@
 #include "telephony/line_switch.h"
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 

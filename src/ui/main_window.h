@@ -6,7 +6,7 @@
 #include <QPoint>
 #include <QWidget>
 
-#include "app/view.h"
+#include "base/view.h"
 #include "ui/caller_display_window.h"
 #include "ui/desktop_call_window.h"
 #include "ui/download_window.h"

@@ -2,7 +2,7 @@
 
 #include <QObject>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 
 namespace corvel {
 

@@ -4,7 +4,7 @@
 
 #include <QNetworkAccessManager>
 
-#include "app/http.h"
+#include "base/http.h"
 
 namespace corvel {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/locale_texts.h"
+#include "base/locale_texts.h"
 
 namespace corvel {
 

@@ -5,7 +5,7 @@
 #include <QAudioDevice>
 #include <QMediaDevices>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 

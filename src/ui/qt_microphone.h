@@ -5,7 +5,7 @@
 #include <QAudioSource>
 #include <QBuffer>
 
-#include "app/microphone.h"
+#include "base/microphone.h"
 
 namespace corvel {
 

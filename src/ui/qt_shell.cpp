@@ -6,7 +6,7 @@
 #include <QTemporaryFile>
 #include <QUrl>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

@@ -3,7 +3,7 @@
 #include <QFileInfo>
 #include <QUrl>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 

@@ -2,7 +2,7 @@
 
 #include <QSoundEffect>
 
-#include "app/sound_output.h"
+#include "base/sound_output.h"
 
 namespace corvel {
 

@@ -10,7 +10,7 @@
 #include <QLocalSocket>
 #include <QStandardPaths>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

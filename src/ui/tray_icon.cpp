@@ -3,7 +3,7 @@
 #include <QApplication>
 #include <QCursor>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "ui/artwork.h"
 #include "ui/style.h"
 

@@ -8,7 +8,7 @@
 #include <QSystemTrayIcon>
 #include <QTimer>
 
-#include "app/view.h"
+#include "base/view.h"
 
 namespace corvel {
 

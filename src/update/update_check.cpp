@@ -4,9 +4,9 @@
 #include <cctype>
 #include <vector>
 
-#include "app/data_folder.h"
-#include "app/log.h"
-#include "app/text.h"
+#include "base/data_folder.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace corvel {
 namespace {

@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-#include "app/event_loop.h"
-#include "app/http.h"
-#include "app/settings_store.h"
-#include "app/shell.h"
-#include "app/view.h"
+#include "base/event_loop.h"
+#include "base/http.h"
+#include "base/settings_store.h"
+#include "base/shell.h"
+#include "base/view.h"
 #include "character/character_speech.h"
 
 namespace corvel {

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "app/shell.h"
-#include "app/view.h"
+#include "base/shell.h"
+#include "base/view.h"
 
 namespace corvel {
 

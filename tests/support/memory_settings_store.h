@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "app/settings_store.h"
+#include "base/settings_store.h"
 
 namespace corvel::testing {
 

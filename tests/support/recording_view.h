@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "app/view.h"
+#include "base/view.h"
 
 namespace corvel::testing {
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 
 namespace corvel::testing {
 

@@ -15,7 +15,7 @@
 #include <QTest>
 
 #include "app/answer_phone.h"
-#include "app/log.h"
+#include "base/log.h"
 #include "ui/single_instance.h"
 #include "ui/splash_window.h"
 #include "ui/tray_icon.h"

@@ -9,7 +9,7 @@
 
 #include <unistd.h>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "support/wave_files.h"
 #include "telephony/testline/test_line.h"
 #include "ui/main_window.h"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "app/headless_view.h"
-#include "app/log.h"
+#include "base/log.h"
 #include "support/answer_phone_harness.h"
 
 namespace corvel {

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel::modem {
 namespace {

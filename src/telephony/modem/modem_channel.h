@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 #include "telephony/modem/modem_stream.h"
 #include "telephony/modem/responses.h"
 #include "telephony/modem/serial_port.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "telephony/line_audio.h"
 #include "telephony/modem/modem_probe.h"
 #include "telephony/modem/voice_codec.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 #include "telephony/line.h"
 #include "telephony/modem/caller_id_parser.h"
 #include "telephony/modem/modem_channel.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "telephony/modem/modem_channel.h"
 #include "telephony/modem/responses.h"
 

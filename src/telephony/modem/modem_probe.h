@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 #include "telephony/modem/modem_line.h"
 
 namespace corvel::modem {

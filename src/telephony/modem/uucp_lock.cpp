@@ -9,7 +9,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel::modem {
 namespace {

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <string>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "telephony/line_audio.h"
 
 namespace corvel::modem {

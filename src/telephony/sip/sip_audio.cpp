@@ -9,8 +9,8 @@
 #include <string>
 #include <system_error>
 
-#include "app/data_folder.h"
-#include "app/log.h"
+#include "base/data_folder.h"
+#include "base/log.h"
 #include "telephony/line_audio.h"
 
 namespace corvel::sip {

@@ -12,8 +12,8 @@
 #include <exception>
 #include <system_error>
 
-#include "app/log.h"
-#include "app/text.h"
+#include "base/log.h"
+#include "base/text.h"
 #include "telephony/line_audio.h"
 
 namespace corvel {

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "app/event_loop.h"
-#include "app/settings_store.h"
+#include "base/event_loop.h"
+#include "base/settings_store.h"
 #include "telephony/line.h"
 #include "telephony/sip/sip_audio.h"
 #include "telephony/sip/sip_headers.h"

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
-#include "app/log.h"
-#include "app/text.h"
+#include "base/log.h"
+#include "base/text.h"
 #include "telephony/sip/sip_headers.h"
 
 namespace corvel::sip {

@@ -22,8 +22,8 @@
 #include <string_view>
 #include <vector>
 
-#include "app/event_loop.h"
-#include "app/settings_store.h"
+#include "base/event_loop.h"
+#include "base/settings_store.h"
 
 namespace corvel::sip {
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 #include "telephony/line_audio.h"
 
 namespace corvel {

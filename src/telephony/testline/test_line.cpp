@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "telephony/testline/caller_audio.h"
 
 namespace corvel {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "app/event_loop.h"
-#include "app/microphone.h"
-#include "app/sound_output.h"
+#include "base/event_loop.h"
+#include "base/microphone.h"
+#include "base/sound_output.h"
 #include "telephony/line.h"
 
 namespace corvel {

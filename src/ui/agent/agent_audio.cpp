@@ -11,7 +11,7 @@
 #include <cstring>
 #include <optional>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

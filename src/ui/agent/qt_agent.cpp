@@ -7,7 +7,7 @@
 #include <cmath>
 #include <random>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "character/acs/compositor.h"
 #include "character/acs/reader.h"
 #include "character/character_loading.h"

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {

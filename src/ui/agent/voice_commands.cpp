@@ -9,7 +9,7 @@
 #include <QMediaDevices>
 #include <QtGui/qguiapplication_platform.h>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "character/voice_grammar.h"
 #include "character/voice_hints.h"
 #include "ui/agent/speech_engine.h"

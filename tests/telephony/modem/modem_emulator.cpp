@@ -11,7 +11,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "telephony/modem/modem_stream.h"
 #include "telephony/modem/voice_codec.h"
 

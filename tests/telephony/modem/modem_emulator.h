@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 #include "telephony/modem/responses.h"
 #include "telephony/testline/caller_audio.h"
 #include "telephony/testline/test_line.h"

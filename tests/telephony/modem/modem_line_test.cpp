@@ -13,7 +13,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "emulated_modem_line.h"
 #include "support/recording_line_events.h"
 #include "support/virtual_event_loop.h"

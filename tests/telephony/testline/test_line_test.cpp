@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "support/recording_line_events.h"
 #include "support/virtual_event_loop.h"
 #include "support/wave_files.h"

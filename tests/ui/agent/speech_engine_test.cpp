@@ -10,7 +10,7 @@
 #include <iterator>
 
 #include "agent_test_support.h"
-#include "app/log.h"
+#include "base/log.h"
 #include "character/acs/reader.h"
 #include "character/speech_tags.h"
 #include "ui/agent/agent_audio.h"

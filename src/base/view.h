@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "telephony/line_lamps.h"
+#include "base/line_lamps.h"
 
 namespace corvel {
 

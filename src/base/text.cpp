@@ -1,8 +1,8 @@
-#include "app/text.h"
+#include "base/text.h"
 
 #include <algorithm>
 
-#include "app/utf8.h"
+#include "base/utf8.h"
 
 namespace corvel::text {
 namespace {

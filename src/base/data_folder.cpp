@@ -1,4 +1,4 @@
-#include "app/data_folder.h"
+#include "base/data_folder.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,8 +10,8 @@
 #include <iterator>
 #include <system_error>
 
-#include "app/log.h"
-#include "app/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace corvel {
 namespace fs = std::filesystem;

@@ -1,9 +1,9 @@
-#include "app/log.h"
+#include "base/log.h"
 
 #include <cstdio>
 #include <utility>
 
-#include "app/utf8.h"
+#include "base/utf8.h"
 
 namespace corvel::log {
 namespace {

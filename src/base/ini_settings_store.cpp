@@ -1,4 +1,4 @@
-#include "app/ini_settings_store.h"
+#include "base/ini_settings_store.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "app/log.h"
-#include "app/utf8.h"
+#include "base/log.h"
+#include "base/utf8.h"
 
 namespace corvel {
 namespace {

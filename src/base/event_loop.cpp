@@ -1,4 +1,4 @@
-#include "app/event_loop.h"
+#include "base/event_loop.h"
 
 namespace corvel {
 

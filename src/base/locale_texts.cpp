@@ -1,4 +1,4 @@
-#include "app/locale_texts.h"
+#include "base/locale_texts.h"
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include "app/two_digit_indicator.h"
+#include "base/two_digit_indicator.h"
 
 namespace corvel {
 

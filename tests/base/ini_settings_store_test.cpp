@@ -1,4 +1,4 @@
-#include "app/ini_settings_store.h"
+#include "base/ini_settings_store.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace corvel {
 namespace {
