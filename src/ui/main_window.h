@@ -10,6 +10,7 @@
 #include "ui/caller_display_window.h"
 #include "ui/desktop_call_window.h"
 #include "ui/download_window.h"
+#include "ui/panel_widgets.h"
 #include "ui/pickup_window.h"
 #include "ui/tray_icon.h"
 
@@ -98,7 +99,7 @@ private:
     QWidget* agentPage();
     QWidget* directoryPage();
     QWidget* aboutPage();
-    template <typename Widget> Widget* control(std::string_view name) const;
+    template <typename Widget> Widget* control(std::string_view name) const { return findChild<Widget*>(toQt(name)); }
     double twipsPerPixel() const;
     int pixels(double twips) const;
     void showContextMenu(const QPoint& at);

@@ -1,5 +1,6 @@
 #include "ui/panel_widgets.h"
 
+#include <QFrame>
 #include <QPainter>
 #include <QRadialGradient>
 
@@ -9,6 +10,17 @@ namespace corvel {
 
 using style::qcolor;
 namespace colour = style::colour;
+
+QString toQt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+QWidget* divider(QWidget* parent, Qt::Orientation orientation)
+{
+    auto* line = new QFrame(parent);
+    line->setObjectName("divider");
+    if (orientation == Qt::Horizontal) line->setFixedHeight(1);
+    else line->setFixedWidth(1);
+    return line;
+}
 
 GlyphButton::GlyphButton(artwork::Glyph glyph, const QString& tip, QWidget* parent)
     : QAbstractButton(parent), glyph_(glyph)

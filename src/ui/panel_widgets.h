@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QComboBox>
@@ -8,6 +10,20 @@
 #include "ui/artwork.h"
 
 namespace corvel {
+
+// Text handed to Qt.
+QString toQt(std::string_view text);
+
+// A widget made with the object name the behaviour knows it by.
+template <typename Widget> Widget* named(QWidget* parent, std::string_view name)
+{
+    auto* widget = new Widget(parent);
+    widget->setObjectName(toQt(name));
+    return widget;
+}
+
+// A one-pixel line between parts of the panel.
+QWidget* divider(QWidget* parent, Qt::Orientation orientation);
 
 // A small round flat button showing a painted glyph: the panel's close, tray and size buttons.
 class GlyphButton final : public QAbstractButton {

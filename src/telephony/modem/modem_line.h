@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -130,6 +131,7 @@ private:
     void endOfData() override;
     void lost(int error) override;
 
+    static std::vector<std::uint8_t> bytes(std::initializer_list<std::uint8_t> list) { return list; }
     const VoiceModem* chosen() const;
     void report(std::function<void(LineEvents&)> event);
     Milliseconds now() const;

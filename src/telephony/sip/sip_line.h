@@ -20,6 +20,7 @@ namespace linphone {
 class Call;
 class Core;
 class Player;
+class PlayerListener;
 } // namespace linphone
 
 namespace corvel {
@@ -88,7 +89,16 @@ public:
 private:
     class StackListener;
     class EofListener;
-    struct CurrentCall;
+    struct CurrentCall {
+        enum class Phase { Ringing, Answered, HandedOver, Ended };
+        std::shared_ptr<linphone::Call> call;
+        Phase phase = Phase::Ringing;
+        int rings = 0;
+        bool ringing = false;            // its rings are being reported
+        bool connected = false;          // the connected event has been reported
+        std::filesystem::path recordPath; // where the stack records this call
+        std::string handedTo;
+    };
     struct Recording {
         std::filesystem::path target;         // the message file asked for
         std::filesystem::path recorded;       // where the stack writes it
@@ -139,7 +149,7 @@ private:
     std::int32_t lastError_ = 0;
     std::shared_ptr<linphone::Core> core_;
     std::shared_ptr<StackListener> stackListener_;
-    std::shared_ptr<EofListener> eofListener_;
+    std::shared_ptr<linphone::PlayerListener> eofListener_; // an EofListener
     std::string configuration_; // what the running stack was started with
     std::optional<sip::ListenAddress> listening_;
     std::vector<std::string> trustedHosts_;
