@@ -14,21 +14,9 @@
 #include "base/shell.h"
 #include "base/view.h"
 #include "character/character_speech.h"
+#include "update/version_list.h"
 
 namespace corvel {
-
-// What the version list offers Corvel: a line "corvel:<version>", optionally followed by a
-// blank and "sha256=<64 hex digits>", the installer's digest.
-struct OfferedVersion {
-    std::string version;
-    std::optional<std::string> sha256;
-};
-// Reads the list without regard to case or blanks around a line; none when no line begins with
-// "corvel:" or the version there is empty.
-std::optional<OfferedVersion> offeredVersion(std::string_view list);
-// Whether `offered` is a later major.minor.revision than `running`, number by number; a version
-// that is not dot-separated numbers is never later.
-bool isNewerVersion(std::string_view offered, std::string_view running);
 
 // The frm_download text for a number of minutes.
 std::string downloadText(int minutes);
