@@ -82,20 +82,7 @@ private:
     std::string prompt(std::string_view key, std::string_view shippedName) const;
     std::string dataFile(std::string_view name) const;
 
-    EventLoop& loop_;
-    SettingsStore& settings_;
-    Line& line_;
-    View& view_;
-    Agent& agent_;
-    const DataFolder& folder_;
-    CallControl& calls_;
-    CharacterSpeech& speech_;
-    CallerDisplay& display_;
-    const Directory& directory_;
-    CallLog& callLog_;
-    NewCalls& newCalls_;
-    MessageStore& messages_;
-    std::function<void()> endProgram_;
+    Collaborators with_;
 };
 
 } // namespace corvel

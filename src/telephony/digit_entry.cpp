@@ -14,9 +14,9 @@ constexpr std::size_t maxKeyedDigits = 32;
 
 void CallHandling::digitpressed(std::string_view digit)
 {
-    CallState& call = calls_.state();
+    CallState& call = with_.calls.state();
     if (call.callphase == CallPhase::PuttingThrough && digit == "1") {
-        calls_.stopPlaying();
+        with_.calls.stopPlaying();
         call.countdown = 10;
         leavemessage();
         call.callphase = CallPhase::Idle;
@@ -32,31 +32,31 @@ void CallHandling::digitpressed(std::string_view digit)
     }
     if (call.callover) return;
     call.countdown = 5; // the caller has five seconds for the next key
-    calls_.stopPlaying();
-    calls_.lightKeypressLamp();
+    with_.calls.stopPlaying();
+    with_.calls.lightKeypressLamp();
     if (digit == "#") endNumber();
     else if (call.currentCaller.size() < maxKeyedDigits) call.currentCaller += digit;
 }
 
 void CallHandling::endNumber()
 {
-    CallState& call = calls_.state();
-    if (line_.recording()) line_.setRecording(false);
+    CallState& call = with_.calls.state();
+    if (with_.line.recording()) with_.line.setRecording(false);
     call.entrydone = true;
     if (call.inmessage) return; // only the first "#" of a call
     call.inmessage = true;
 
     const std::string number = call.currentCaller;
-    callLog_.append(" keyed - " + number);
-    if (folder_.exists(Directory::fileName)) {
+    with_.callLog.append(" keyed - " + number);
+    if (with_.folder.exists(Directory::fileName)) {
         std::string spelled;
         for (char c : number) (spelled += c) += ' ';
-        const auto name = directory_.lookup(number);
-        speech_.say((name ? *name : "") + ", " + spelled);
+        const auto name = with_.directory.lookup(number);
+        with_.speech.say((name ? *name : "") + ", " + spelled);
     }
-    display_.loadPhotoOrDefault(text::removeAll(number, '-'));
-    display_.show();
-    callLog_.rebuild();
+    with_.display.loadPhotoOrDefault(text::removeAll(number, '-'));
+    with_.display.show();
+    with_.callLog.rebuild();
     if (readBack("", number)) transfer();
 }
 

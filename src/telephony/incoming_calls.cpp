@@ -7,20 +7,20 @@ namespace corvel {
 
 void CallHandling::ring(std::int32_t count)
 {
-    CallState& call = calls_.state();
-    agent_.show();
-    agent_.play("Alert");
+    CallState& call = with_.calls.state();
+    with_.agent.show();
+    with_.agent.play("Alert");
     call.idleCountdown = 180;
     if (call.callInProgress) return;
-    line_.setOwnCall(true);
+    with_.line.setOwnCall(true);
     shake();
-    if (count == 1) newCalls_.count();
-    view_.selectTab("SSTab1", 0);
+    if (count == 1) with_.newCalls.count();
+    with_.view.selectTab("SSTab1", 0);
     call.callover = false;
 
-    const long long rings = text::leadingNumber(settings::readData(settings_, "rings", "5"));
-    const bool allcalls = settings::dataFlag(settings_, "allcalls", "False");
-    if (count >= rings && (allcalls || (call.callerIdReceived && call.noCallerNumber))) line_.answer();
+    const long long rings = text::leadingNumber(settings::readData(with_.settings, "rings", "5"));
+    const bool allcalls = settings::dataFlag(with_.settings, "allcalls", "False");
+    if (count >= rings && (allcalls || (call.callerIdReceived && call.noCallerNumber))) with_.line.answer();
 }
 
 void CallHandling::shake()
@@ -28,27 +28,27 @@ void CallHandling::shake()
     for (int shakes = 0; shakes < 5; ++shakes) {
         for (const double step : {1.0, -1.0}) {
             for (int move = 0; move < 100; ++move) {
-                view_.shiftMainWindowDown(step);
-                loop_.processPending();
+                with_.view.shiftMainWindowDown(step);
+                with_.loop.processPending();
             }
         }
     }
-    loop_.processPending();
+    with_.loop.processPending();
 }
 
 bool CallHandling::callIsOurs()
 {
-    const std::string owner = text::fromLine(line_.ownerApplication(), 260);
+    const std::string owner = text::fromLine(with_.line.ownerApplication(), 260);
     if (text::lower(owner) == ownLineControl) return true;
-    if (settings::readData(settings_, "warning1", "False") == "False") {
-        view_.messageBox(
+    if (settings::readData(with_.settings, "warning1", "False") == "False") {
+        with_.view.messageBox(
             MessageIcon::Stop, applicationTitle,
             "Because you have some other answer phone software monitoring this line, Corvel can`t take the call "
             "for you. Please turn the auto answer or receive setting OFF for the other application. Until you do "
             "this, I can`t answer the line. The application that has control of this call is " +
                 owner + ". You won`t see this message again!");
     }
-    settings::writeData(settings_, "warning1", "True");
+    settings::writeData(with_.settings, "warning1", "True");
     return false;
 }
 

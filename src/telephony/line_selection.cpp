@@ -7,40 +7,41 @@ namespace corvel {
 
 void CallHandling::chooseDevice(int index)
 {
-    if (line_.lineOpen()) {
-        line_.setLineOpen(false);
-        if (line_.lastError() != 0) {
-            speech_.say("Sorry, your modem does not seem to be compatible. Please try to get the latest drivers!");
-            view_.messageBox(
+    if (with_.line.lineOpen()) {
+        with_.line.setLineOpen(false);
+        if (with_.line.lastError() != 0) {
+            with_.speech.say("Sorry, your modem does not seem to be compatible. Please try to get the latest drivers!");
+            with_.view.messageBox(
                 MessageIcon::Stop, applicationTitle,
                 "Sorry, there is a problem with your modem. This could be because it is not a VOICE modem or that "
                 "it is not 100% TAPI compliant, or you need to download the latest drivers or that you simply "
                 "need to re boot your computer.");
             // Forgotten, so that the next start asks for a line again.
-            settings_.deleteKey(settings::application, settings::data, "modem");
-            settings_.deleteKey(settings::application, settings::data, "modemname");
-            endProgram_();
+            with_.settings.deleteKey(settings::application, settings::data, "modem");
+            with_.settings.deleteKey(settings::application, settings::data, "modemname");
+            with_.endProgram();
             return;
         }
     }
-    line_.setDeviceNumber(index);
-    view_.setListIndex("ComboDevice", line_.deviceNumber());
-    settings::writeData(settings_, "modem", std::to_string(line_.deviceNumber()));
-    settings::writeData(settings_, "modemname", line_.deviceName());
+    with_.line.setDeviceNumber(index);
+    with_.view.setListIndex("ComboDevice", with_.line.deviceNumber());
+    settings::writeData(with_.settings, "modem", std::to_string(with_.line.deviceNumber()));
+    settings::writeData(with_.settings, "modemname", with_.line.deviceName());
     start();
-    speech_.say("The modem you selected, is okay!");
+    with_.speech.say("The modem you selected, is okay!");
 }
 
 void CallHandling::start()
 {
-    line_.setLineOpen(true);
-    if (line_.hasWaveOut()) line_.setPlayDevice(line_.waveOutNumber());
-    if (line_.hasPhone()) line_.setPhoneDevice(line_.phoneNumber());
-    if (line_.hasWaveIn()) line_.setRecordDevice(line_.waveInNumber());
-    if (line_.lineOpen()) line_.setPlayOption(!text::containsNoCase(line_.providerName(), "Universal Modem Driver"));
-    line_.setOwnerPrivilege(true);
-    line_.setMonitorPrivilege(true);
-    line_.setMonitorOptions(true, true);
+    with_.line.setLineOpen(true);
+    if (with_.line.hasWaveOut()) with_.line.setPlayDevice(with_.line.waveOutNumber());
+    if (with_.line.hasPhone()) with_.line.setPhoneDevice(with_.line.phoneNumber());
+    if (with_.line.hasWaveIn()) with_.line.setRecordDevice(with_.line.waveInNumber());
+    if (with_.line.lineOpen())
+        with_.line.setPlayOption(!text::containsNoCase(with_.line.providerName(), "Universal Modem Driver"));
+    with_.line.setOwnerPrivilege(true);
+    with_.line.setMonitorPrivilege(true);
+    with_.line.setMonitorOptions(true, true);
 }
 
 } // namespace corvel

@@ -6,57 +6,59 @@ namespace corvel {
 
 void CallHandling::leavemessage()
 {
-    CallState& call = calls_.state();
+    CallState& call = with_.calls.state();
 
-    display_.unload();
-    view_.unloadPickup();
+    with_.display.unload();
+    with_.view.unloadPickup();
     call.callphase = CallPhase::TakingMessage;
     if (call.callover) return;
-    line_.setDigitMonitoring(true);
+    with_.line.setDigitMonitoring(true);
     call.inmessage = true;
     call.entrydone = false;
     call.playdone = false;
-    if (!calls_.playPromptAndWait(prompt("nobody", "nobodyavailable.wav"), CallControl::cantPlay("nobodyavailable.wav"), 15))
+    const std::string nobody = prompt("nobody", "nobodyavailable.wav");
+    if (!with_.calls.playPromptAndWait(nobody, CallControl::cantPlay("nobodyavailable.wav"), 15))
         return;
 
     if (call.callover) return;
     call.countdown = 10;
-    calls_.waitUntil([&] { return call.wantsmessage || call.countdown == 0; });
+    with_.calls.waitUntil([&] { return call.wantsmessage || call.countdown == 0; });
     if (call.callover) return;
     if (!call.wantsmessage) {
-        calls_.standby(); // the caller did not press 1
+        with_.calls.standby(); // the caller did not press 1
         return;
     }
     call.countdown = 0;
 
     call.playdone = false;
     call.entrydone = false;
-    if (!calls_.playPromptAndWait(prompt("leavemessage", "leavemessage.wav"), CallControl::cantPlay("leavemessage.wav"), 15))
+    const std::string leaveMessage = prompt("leavemessage", "leavemessage.wav");
+    if (!with_.calls.playPromptAndWait(leaveMessage, CallControl::cantPlay("leavemessage.wav"), 15))
         return;
     if (call.callover) return;
     if (!call.playdone) {
-        calls_.standby(); // the prompt did not end in its fifteen seconds
+        with_.calls.standby(); // the prompt did not end in its fifteen seconds
         return;
     }
 
-    const auto slot = messages_.freeSlot(MessageStore::Kind::New);
+    const auto slot = with_.messages.freeSlot(MessageStore::Kind::New);
     if (!slot) {
-        calls_.standby();
-        speech_.say("No more room left for messages!");
-        view_.messageBox(MessageIcon::Stop, applicationTitle, "No more room for messages, sorry!");
+        with_.calls.standby();
+        with_.speech.say("No more room left for messages!");
+        with_.view.messageBox(MessageIcon::Stop, applicationTitle, "No more room for messages, sorry!");
         call.callover = true;
-        calls_.standby();
+        with_.calls.standby();
         return;
     }
     if (call.callover) return;
-    if (line_.recording()) line_.setRecording(false);
-    line_.setRecordFile(*folder_.file(MessageStore::fileName(MessageStore::Kind::New, *slot, call.currentCaller)));
-    line_.setRecording(true);
+    if (with_.line.recording()) with_.line.setRecording(false);
+    with_.line.setRecordFile(*with_.folder.file(MessageStore::fileName(MessageStore::Kind::New, *slot, call.currentCaller)));
+    with_.line.setRecording(true);
     call.countdown = 30;
-    calls_.waitUntil([&] { return call.countdown == 0 || call.entrydone; });
-    line_.setRecording(false);
-    messages_.checkmessages();
-    if (!call.callover) calls_.standby();
+    with_.calls.waitUntil([&] { return call.countdown == 0 || call.entrydone; });
+    with_.line.setRecording(false);
+    with_.messages.checkmessages();
+    if (!call.callover) with_.calls.standby();
 }
 
 } // namespace corvel

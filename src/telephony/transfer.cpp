@@ -12,47 +12,47 @@ namespace corvel {
 
 void CallHandling::transfer()
 {
-    CallState& call = calls_.state();
+    CallState& call = with_.calls.state();
 
     call.callphase = CallPhase::PuttingThrough;
     if (call.callover) return;
-    calls_.stopPlaying();
-    if (line_.recording()) line_.setRecording(false);
-    view_.showPickup();
-    view_.setPickupCaption(call.currentCaller);
-    line_.setPlayList(prompt("connect", "pleasewait.wav"));
-    if (!calls_.startPlay(CallControl::cantPlay("pleasewait.wav"))) return;
-    line_.setPlayRepeat(true);
-    line_.setPlaying(true);
+    with_.calls.stopPlaying();
+    if (with_.line.recording()) with_.line.setRecording(false);
+    with_.view.showPickup();
+    with_.view.setPickupCaption(call.currentCaller);
+    with_.line.setPlayList(prompt("connect", "pleasewait.wav"));
+    if (!with_.calls.startPlay(CallControl::cantPlay("pleasewait.wav"))) return;
+    with_.line.setPlayRepeat(true);
+    with_.line.setPlaying(true);
     if (call.callover) return;
 
     // Not a number reads as 0; a negative time would keep the caller waiting to the limit.
-    const long long seconds = text::leadingNumber(settings::readData(settings_, "transfer", "20"));
+    const long long seconds = text::leadingNumber(settings::readData(with_.settings, "transfer", "20"));
     call.countdown = static_cast<std::int16_t>(std::clamp<long long>(seconds, 0, std::numeric_limits<std::int16_t>::max()));
     while (call.countdown != 0 && !call.callover) {
-        view_.beep();
-        view_.setPickupCaption(call.currentCaller + " - " + std::to_string(call.countdown));
-        if (!line_.playing()) return; // the user has taken the call
-        loop_.yield();
+        with_.view.beep();
+        with_.view.setPickupCaption(call.currentCaller + " - " + std::to_string(call.countdown));
+        if (!with_.line.playing()) return; // the user has taken the call
+        with_.loop.yield();
     }
     if (call.callover) return;
-    line_.setPlaying(false);
-    if (line_.playing()) line_.setPlaying(false);
+    with_.line.setPlaying(false);
+    if (with_.line.playing()) with_.line.setPlaying(false);
     if (!call.callover) leavemessage();
 }
 
 void CallHandling::pickupClicked()
 {
-    const std::string caller = calls_.state().currentCaller; // standby clears it
-    line_.handOver();
-    if (line_.desktopCall()) view_.showDesktopCall(caller);
-    calls_.standby();
+    const std::string caller = with_.calls.state().currentCaller; // standby clears it
+    with_.line.handOver();
+    if (with_.line.desktopCall()) with_.view.showDesktopCall(caller);
+    with_.calls.standby();
     unloadme();
 }
 
 void CallHandling::takeCall()
 {
-    if (calls_.state().callphase != CallPhase::PuttingThrough) {
+    if (with_.calls.state().callphase != CallPhase::PuttingThrough) {
         log::info("no caller waits to be put through");
         return;
     }
@@ -61,18 +61,18 @@ void CallHandling::takeCall()
 
 void CallHandling::hangUpDesktopCall()
 {
-    if (!line_.desktopCall()) {
+    if (!with_.line.desktopCall()) {
         log::info("there is no call on the computer's microphone and speaker to hang up");
         return;
     }
     log::info("the user hangs up");
-    line_.hangUpDesktopCall();
+    with_.line.hangUpDesktopCall();
 }
 
 void CallHandling::unloadme()
 {
-    calls_.standby();
-    view_.unloadPickup();
+    with_.calls.standby();
+    with_.view.unloadPickup();
 }
 
 } // namespace corvel

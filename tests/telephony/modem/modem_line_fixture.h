@@ -20,6 +20,13 @@
 
 namespace corvel::testing {
 
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using Faults = ModemEmulator::Faults;
+using Persona = ModemEmulator::Persona;
+
 // Log lines, kept for the test to read.
 class CapturedLog {
 public:

@@ -17,13 +17,6 @@
 namespace corvel::testing {
 namespace {
 
-using namespace std::chrono_literals;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using Faults = ModemEmulator::Faults;
-using Persona = ModemEmulator::Persona;
-
 // --- Setting up, rings and caller ID ---
 
 TEST_F(ModemLineTest, SetsTheModemUpForVoiceAndIdlesInDataClassWithCallerIdOn)

@@ -6,13 +6,6 @@
 namespace corvel::testing {
 namespace {
 
-using namespace std::chrono_literals;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using Faults = ModemEmulator::Faults;
-using Persona = ModemEmulator::Persona;
-
 // --- Playing ---
 
 TEST_F(ModemLineTest, AListPlaysWholeThenOnePlayDoneAfterItsSoundHasBeenHeard)
