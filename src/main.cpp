@@ -19,6 +19,9 @@
 #include "telephony/sip/sip_line.h"
 #include "telephony/testline/test_line.h"
 #include "ui/agent/qt_agent.h"
+#include "ui/desktop/bus_service.h"
+#include "ui/desktop/desktop_notifications.h"
+#include "ui/desktop/test_line_bus.h"
 #include "ui/main_window.h"
 #include "ui/qt_event_loop.h"
 #include "ui/qt_http.h"
@@ -62,7 +65,7 @@ CommandLine readCommandLine(int argc, char* argv[])
     const QCommandLineOption sipListen("sip-listen", "Take SIP calls on ADDR:PORT rather than the setting.", "ADDR:PORT");
     const QCommandLineOption acsInfo("acs-info", "Describe the character file FILE and end.", "FILE");
     const QCommandLineOption pickUp("pick-up", "Take the caller waiting in the running Corvel, as a click on its pick-up window does.");
-    const QCommandLineOption hangUp("hang-up", "End the call taken on the computer's microphone and speaker in the running Corvel.");
+    const QCommandLineOption hangUp("hang-up", "End the running Corvel's call: the one on the computer's microphone and speaker, else the answered call.");
     options.addOptions({headless, configDir, dataDir, line, webSite, sipListen, acsInfo, pickUp, hangUp});
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
@@ -85,10 +88,12 @@ CommandLine readCommandLine(int argc, char* argv[])
             options.isSet(pickUp) ? "pick-up" : options.isSet(hangUp) ? "hang-up" : ""};
 }
 
-// Passes the command line's request to the Corvel that is running, without starting another.
+// Passes the command line's request to the Corvel that is running, without starting another:
+// over the session bus, or the local socket of a Corvel that has none.
 int tellRunning(const std::string& request, int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
+    if (BusService::ask(request == "pick-up" ? "PickUp" : "HangUp")) return 0;
     if (!SingleInstance().tell(QString::fromStdString(request))) {
         log::error("Corvel is not running");
         return 1;
@@ -121,6 +126,7 @@ int main(int argc, char* argv[])
 {
     QApplication::setApplicationName("corvel");
     QApplication::setApplicationVersion(CORVEL_VERSION);
+    QGuiApplication::setDesktopFileName("org.corvel.Corvel");
     const CommandLine command = readCommandLine(argc, argv);
     if (!command.acsInfo.empty()) return acs::printCharacterInfo(command.acsInfo, std::cout, std::cerr);
     if (!command.request.empty()) return tellRunning(command.request, argc, argv);
@@ -180,6 +186,11 @@ int main(int argc, char* argv[])
                        QStandardPaths::writableLocation(QStandardPaths::CacheLocation).toStdString(),
                        command.webSite});
 
+    // Other programs and the desktop follow the calls on the session bus.
+    BusService bus(line, phone.calls.state(), phone.handling, phone.newCalls, phone.messages, phone.events);
+    TestLineBus testLineBus(testLine);
+    DesktopNotifications notifications(settings, phone.handling, phone.playback, phone.events);
+
     // On the desktop the test line is a telephone the user plays the caller on.
     QtSoundOutput callerEar;
     QtMicrophone callerMouth;
@@ -198,6 +209,8 @@ int main(int argc, char* argv[])
             return;
         }
         phone.startUp(lineNamed(command.line, line));
+        testLineBus.publish(); // the objects before the name, so that whoever sees the name finds them
+        bus.publish();
         // However the program is made to end from now on (a signal, the desktop session's end),
         // it ends as a close does: the call hung up, a recording kept, the line released.
         termination = std::make_unique<TerminationSignals>();
@@ -209,7 +222,7 @@ int main(int argc, char* argv[])
         if (request == "pick-up") {
             phone.handling.takeCall();
         } else if (request == "hang-up") {
-            phone.handling.hangUpDesktopCall();
+            phone.handling.hangUp();
         } else if (request == "show") {
             if (window) phone.trayMenuClicked("max"); // a second start brings the running Corvel to the front
         } else {

@@ -5,6 +5,7 @@
 #include "app/autostart.h"
 #include "app/options.h"
 #include "app/window_behaviour.h"
+#include "base/call_events.h"
 #include "base/data_folder.h"
 #include "base/event_loop.h"
 #include "base/http.h"
@@ -82,6 +83,7 @@ public:
 
     bool downloading = false; // an update is being fetched
     Ports ports;
+    CallEventFollowers events; // desktop notifications and the session bus follow the calls here
     TwoDigitIndicator indicator;
     CallControl calls;
     CharacterSpeech speech;

@@ -7,6 +7,7 @@ void TwoDigitIndicator::show(std::string_view tens, std::string_view units, int 
     const std::string digits = count < 10 ? "0" + std::to_string(count) : std::to_string(count);
     showDigit(tens, digits.substr(0, 1));
     showDigit(units, digits.substr(1, 1));
+    events_.countsChanged();
 }
 
 void TwoDigitIndicator::showDigit(std::string_view control, std::string_view digit) const

@@ -21,7 +21,9 @@ CallerDisplay::CallerDisplay(EventLoop& loop, View& view, const DataFolder& fold
 bool CallerDisplay::loadPhoto(std::string_view name)
 {
     const auto path = folder_.file(name);
-    return path && view_.loadPicture("photo", *path);
+    if (!path || !view_.loadPicture("photo", *path)) return false;
+    picture_ = *path;
+    return true;
 }
 
 void CallerDisplay::loadPhotoOrDefault(std::string_view name)

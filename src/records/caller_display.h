@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string_view>
 
@@ -34,6 +35,8 @@ public:
     // `name` + ".gif", or "default.gif" when that cannot be shown.
     void loadPhotoOrDefault(std::string_view name);
     void setLabel(std::string_view text);
+    // The picture file last shown; empty before any.
+    const std::filesystem::path& picture() const { return picture_; }
     void show();
     void unload();
     void clicked() { unload(); } // on the picture or on the label
@@ -42,6 +45,7 @@ private:
     View& view_;
     const DataFolder& folder_;
     std::unique_ptr<Timer> closeTimer_;
+    std::filesystem::path picture_;
 };
 
 } // namespace corvel

@@ -5,8 +5,9 @@
 namespace corvel {
 
 CallerId::CallerId(const Line& line, CallState& call, Agent& agent, CharacterSpeech& speech,
-                   const Directory& directory, CallerDisplay& display, CallLog& log)
-    : line_(line), call_(call), agent_(agent), speech_(speech), directory_(directory), display_(display), log_(log)
+                   const Directory& directory, CallerDisplay& display, CallLog& log, CallEvents& events)
+    : line_(line), call_(call), agent_(agent), speech_(speech), directory_(directory), display_(display), log_(log),
+      events_(events)
 {
 }
 
@@ -54,6 +55,7 @@ void CallerId::announceWithheld(bool withheld, bool unavailable)
     if (withheld) log_.append("Withheld");
     if (unavailable) log_.append("Unavailable");
     log_.rebuild();
+    events_.callerAnnounced({call_.currentCaller, unavailable ? "Number Unavailable" : "Withheld", display_.picture()});
 }
 
 void CallerId::announceNumber(const std::string& number, const std::string& digitsOnly, const std::string& name)
@@ -62,9 +64,17 @@ void CallerId::announceNumber(const std::string& number, const std::string& digi
     std::string spelled;
     for (char c : number) (spelled += c) += ' ';
 
-    if (const auto known = directory_.lookup(digitsOnly)) speech_.say(*known);
-    else if (text::containsNoCase(name, "private") || name.size() < 2) speech_.say(", " + spelled);
-    else speech_.say(", " + name);
+    // The spelled number is said digit by digit; followers are given it as written.
+    std::string said = name;
+    if (const auto known = directory_.lookup(digitsOnly)) {
+        said = *known;
+        speech_.say(said);
+    } else if (text::containsNoCase(name, "private") || name.size() < 2) {
+        said = number;
+        speech_.say(", " + spelled);
+    } else {
+        speech_.say(", " + name);
+    }
 
     display_.show();
     const std::string lowerNumber = text::lower(number);
@@ -79,6 +89,7 @@ void CallerId::announceNumber(const std::string& number, const std::string& digi
     log_.append(label);
     log_.rebuild();
     call_.callerIdReceived = true;
+    events_.callerAnnounced({label, said, display_.picture()});
 }
 
 } // namespace corvel

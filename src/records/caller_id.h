@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/call_events.h"
 #include "character/agent.h"
 #include "character/character_speech.h"
 #include "records/call_log.h"
@@ -19,7 +20,7 @@ public:
     static constexpr std::size_t maxNameBytes = 64;
 
     CallerId(const Line& line, CallState& call, Agent& agent, CharacterSpeech& speech, const Directory& directory,
-             CallerDisplay& display, CallLog& log);
+             CallerDisplay& display, CallLog& log, CallEvents& events);
 
     // The line's caller-ID event.
     void callerId();
@@ -35,6 +36,7 @@ private:
     const Directory& directory_;
     CallerDisplay& display_;
     CallLog& log_;
+    CallEvents& events_;
 };
 
 } // namespace corvel

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 #include "base/log.h"
 
@@ -9,6 +10,9 @@ namespace corvel {
 namespace {
 
 constexpr Milliseconds second{1000};
+// Rings come every six seconds or so; none for this long and a call nobody answered is over,
+// for the network says nothing when the caller gives up.
+constexpr Milliseconds ringsOverAfter{10000};
 constexpr double secondsPerDay = 24 * 60 * 60;
 
 bool isKey(char16_t code)
@@ -19,8 +23,8 @@ bool isKey(char16_t code)
 
 } // namespace
 
-CallControl::CallControl(EventLoop& loop, Line& line, View& view)
-    : loop_(loop), line_(line), view_(view)
+CallControl::CallControl(EventLoop& loop, Line& line, View& view, CallEvents& events)
+    : loop_(loop), line_(line), view_(view), events_(events)
 {
     line_.setListener(this);
     timer1_ = loop_.createTimer([this] { timer1Tick(); });
@@ -29,6 +33,12 @@ CallControl::CallControl(EventLoop& loop, Line& line, View& view)
     timer2_ = loop_.createTimer([this] { timer2Tick(); });
     timer2_->setInterval(second);
     timer2_->setEnabled(true);
+    ringsOver_ = loop_.createTimer(
+        [this] {
+            if (!state_.callInProgress && std::exchange(callKnown_, false)) events_.callEnded();
+        },
+        TimerKind::SingleShot);
+    ringsOver_->setInterval(ringsOverAfter);
 }
 
 CallControl::~CallControl() { line_.setListener(nullptr); }
@@ -72,6 +82,7 @@ void CallControl::standby()
     state_.inmessage = false;
     state_.wantsmessage = false;
     state_.lineflag = false;
+    if (std::exchange(callKnown_, false)) events_.callEnded();
 
     if (line_.lineOpen()) {
         line_.setLineOpen(false);
@@ -157,11 +168,15 @@ bool CallControl::playPromptAndWait(std::string list, std::string_view failureTe
 
 void CallControl::ring(std::int32_t count)
 {
+    callKnown_ = true;
+    ringsOver_->restart();
+    events_.ringing(count);
     if (routines_) routines_->ring(count);
 }
 
 void CallControl::callerId()
 {
+    callKnown_ = true;
     if (routines_) routines_->callerId();
 }
 

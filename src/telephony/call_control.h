@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/call_events.h"
 #include "base/event_loop.h"
 #include "base/line_lamps.h"
 #include "base/view.h"
@@ -33,7 +34,7 @@ protected:
 // hang-up, and playing prompts to the caller.
 class CallControl final : private LineEvents {
 public:
-    CallControl(EventLoop& loop, Line& line, View& view);
+    CallControl(EventLoop& loop, Line& line, View& view, CallEvents& events);
     ~CallControl();
     CallControl(const CallControl&) = delete;
     CallControl& operator=(const CallControl&) = delete;
@@ -90,11 +91,14 @@ private:
     EventLoop& loop_;
     Line& line_;
     View& view_;
+    CallEvents& events_;
     CallRoutines* routines_ = nullptr;
+    bool callKnown_ = false; // a call rang or announced itself and has not ended yet
     CallState state_;
     LineLamps lamps_;
     std::unique_ptr<Timer> timer1_;
     std::unique_ptr<Timer> timer2_;
+    std::unique_ptr<Timer> ringsOver_;
 };
 
 } // namespace corvel

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/call_events.h"
 #include "base/data_folder.h"
 #include "base/event_loop.h"
 #include "base/settings_store.h"
@@ -41,6 +42,7 @@ public:
         CallLog& callLog;
         NewCalls& newCalls;
         MessageStore& messages;
+        CallEvents& events;
         std::function<void()> endProgram; // the closing path, when a chosen line proves unusable
     };
 
@@ -63,8 +65,13 @@ public:
     void pickupClicked();
     // The same, asked for from outside the window (the command line); only while a caller waits.
     void takeCall();
+    // The waiting caller is asked for a message at once, as their own "1" does.
+    void takeMessage();
     // Ends the call the user took on the computer's microphone and speaker.
     void hangUpDesktopCall();
+    // Ends Corvel's call, whichever it is: the one on the computer's microphone and speaker,
+    // else the answered call on the line.
+    void hangUp();
 
 private:
     bool callIsOurs();

@@ -16,10 +16,7 @@ void CallHandling::digitpressed(std::string_view digit)
 {
     CallState& call = with_.calls.state();
     if (call.callphase == CallPhase::PuttingThrough && digit == "1") {
-        with_.calls.stopPlaying();
-        call.countdown = 10;
-        leavemessage();
-        call.callphase = CallPhase::Idle;
+        takeMessage();
         return;
     }
     // Any other key would stop the waiting prompt, which the wait takes for the user having
@@ -48,14 +45,16 @@ void CallHandling::endNumber()
 
     const std::string number = call.currentCaller;
     with_.callLog.append(" keyed - " + number);
-    if (with_.folder.exists(Directory::fileName)) {
+    const bool listed = with_.folder.exists(Directory::fileName);
+    const auto name = listed ? with_.directory.lookup(number) : std::nullopt;
+    if (listed) {
         std::string spelled;
         for (char c : number) (spelled += c) += ' ';
-        const auto name = with_.directory.lookup(number);
         with_.speech.say((name ? *name : "") + ", " + spelled);
     }
     with_.display.loadPhotoOrDefault(text::removeAll(number, '-'));
     with_.display.show();
+    with_.events.callerAnnounced({number, name ? *name : number, with_.display.picture()});
     with_.callLog.rebuild();
     if (readBack("", number)) transfer();
 }

@@ -1,5 +1,7 @@
 // Taking a message from a caller whom nobody answers.
 
+#include <filesystem>
+
 #include "telephony/call_handling.h"
 
 namespace corvel {
@@ -52,12 +54,16 @@ void CallHandling::leavemessage()
     }
     if (call.callover) return;
     if (with_.line.recording()) with_.line.setRecording(false);
-    with_.line.setRecordFile(*with_.folder.file(MessageStore::fileName(MessageStore::Kind::New, *slot, call.currentCaller)));
+    const std::string caller = call.currentCaller; // a caller who hangs up ends the call before the recording
+    const std::filesystem::path message = *with_.folder.file(MessageStore::fileName(MessageStore::Kind::New, *slot, caller));
+    with_.line.setRecordFile(message.string());
     with_.line.setRecording(true);
     call.countdown = 30;
     with_.calls.waitUntil([&] { return call.countdown == 0 || call.entrydone; });
     with_.line.setRecording(false);
     with_.messages.checkmessages();
+    std::error_code error;
+    if (std::filesystem::exists(message, error)) with_.events.messageRecorded(message, caller);
     if (!call.callover) with_.calls.standby();
 }
 

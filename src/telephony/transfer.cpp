@@ -20,6 +20,7 @@ void CallHandling::transfer()
     if (with_.line.recording()) with_.line.setRecording(false);
     with_.view.showPickup();
     with_.view.setPickupCaption(call.currentCaller);
+    with_.events.callerWaiting(call.currentCaller);
     with_.line.setPlayList(prompt("connect", "pleasewait.wav"));
     if (!with_.calls.startPlay(CallControl::cantPlay("pleasewait.wav"))) return;
     with_.line.setPlayRepeat(true);
@@ -57,6 +58,31 @@ void CallHandling::takeCall()
         return;
     }
     pickupClicked();
+}
+
+void CallHandling::takeMessage()
+{
+    CallState& call = with_.calls.state();
+    if (call.callphase != CallPhase::PuttingThrough) {
+        log::info("no caller waits to be put through");
+        return;
+    }
+    with_.calls.stopPlaying();
+    call.countdown = 10;
+    leavemessage();
+    call.callphase = CallPhase::Idle;
+}
+
+void CallHandling::hangUp()
+{
+    if (with_.line.desktopCall()) {
+        hangUpDesktopCall();
+    } else if (with_.calls.state().callInProgress) {
+        log::info("the user ends the call");
+        with_.calls.standby();
+    } else {
+        log::info("there is no call to hang up");
+    }
 }
 
 void CallHandling::hangUpDesktopCall()

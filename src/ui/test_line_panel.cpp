@@ -66,12 +66,8 @@ TestLinePanel::TestLinePanel(TestLine& line)
 
 void TestLinePanel::ring()
 {
-    ScriptedCall call;
-    call.identity = identities[static_cast<std::size_t>(std::clamp(identity_->currentIndex(), 0, 3))];
-    call.number = number_->text().toStdString();
-    call.name = name_->text().toStdString();
-    call.ringsBeforeGivingUp = 20;
-    line_.placeCall(call);
+    line_.placeCall(ScriptedCall::played(identities[static_cast<std::size_t>(std::clamp(identity_->currentIndex(), 0, 3))],
+                                         number_->text().toStdString(), name_->text().toStdString()));
 }
 
 void TestLinePanel::showState()

@@ -91,7 +91,8 @@ protected:
     VirtualEventLoop loop;
     TestLine line{loop};
     testing::RecordingView view;
-    CallControl calls{loop, line, view};
+    CallEvents events;
+    CallControl calls{loop, line, view, events};
     ScriptedRoutines routines{calls, line};
     CallState& state = calls.state();
 };

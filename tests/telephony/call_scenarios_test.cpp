@@ -342,6 +342,72 @@ TEST_F(CallScenarioTest, RingsDuringAnAnsweredCallOnlyAlertTheCharacter)
     EXPECT_EQ(counter("newcall1", "newcall2"), "01");
 }
 
+// Follows the calls as the desktop's notifications and the session bus do, one line an event.
+struct RecordingFollower final : CallEvents {
+    std::vector<std::string> events;
+    void ringing(std::int32_t count) override { events.push_back("ring " + std::to_string(count)); }
+    void callerAnnounced(const AnnouncedCaller& caller) override
+    {
+        events.push_back("announced " + caller.caller + " as " + caller.said + ", " + caller.picture.filename().string());
+    }
+    void callerWaiting(std::string_view caller) override { events.push_back("waiting " + std::string(caller)); }
+    void messageRecorded(const std::filesystem::path& file, std::string_view caller) override
+    {
+        events.push_back("message " + file.filename().string() + " from " + std::string(caller) +
+                         (std::filesystem::exists(file) ? "" : " (missing)"));
+    }
+    void callEnded() override { events.push_back("ended"); }
+    void countsChanged() override { ++counts; }
+    int counts = 0;
+};
+
+class CallEventsTest : public CallScenarioTest {
+protected:
+    CallEventsTest() { phone.events.add(follower); }
+    ~CallEventsTest() override { phone.events.remove(follower); }
+    RecordingFollower follower;
+};
+
+TEST_F(CallEventsTest, FollowersHearTheCallFromTheFirstRingToItsEnd)
+{
+    loop.schedule(24s + 12s, [&] { phone.handling.takeCall(); });
+    run(caller(Identity::Withheld, {{4s, '3'}, {5s, '#'}}));
+    EXPECT_THAT(follower.events, ElementsAre("ring 1", "announced Withheld as Withheld, withheld.gif", "ring 2", "ring 3",
+                                             "ring 4", "ring 5", "announced 3 as 3, default.gif", "waiting 3", "ended"));
+    EXPECT_GT(follower.counts, 0) << "the new call was counted";
+
+    follower.events.clear();
+    writeFile("directory.ini", "01632960123,Ann Smith\r\n");
+    ScriptedCall known = caller(Identity::Number, {}, "01632-960123");
+    known.ringsBeforeGivingUp = 2; // nobody answers: the call ends when the caller gives up
+    line.placeCall(known);
+    loop.runFor(200s);
+    EXPECT_THAT(follower.events, ElementsAre("ring 1", "announced 01632-960123 as Ann Smith, default.gif", "ring 2", "ended"));
+}
+
+TEST_F(CallEventsTest, AMessageTakenFromOutsideTheWindowIsRecordedAndTold)
+{
+    loop.schedule(24s + 3s, [&] { phone.handling.takeMessage(); }); // nobody waits yet: nothing happens
+    loop.schedule(24s + 12s, [&] { phone.handling.takeMessage(); });
+    run(caller(Identity::Withheld, {{4s, '3'}, {5s, '#'}, {15s, '1'}, {40s, '9'}}));
+    EXPECT_THAT(follower.events, ::testing::Contains("message 1-1-3.wav from 3"));
+    EXPECT_EQ(follower.events.back(), "ended");
+    EXPECT_EQ(std::count(follower.events.begin(), follower.events.end(), "ended"), 1);
+    EXPECT_EQ(counter("new1", "new2"), "01");
+    expectAtRest();
+}
+
+TEST_F(CallEventsTest, HangingUpFromOutsideEndsTheAnsweredCall)
+{
+    phone.handling.hangUp(); // no call: nothing to end
+    loop.schedule(24s + 3s, [&] { phone.handling.hangUp(); });
+    run(caller(Identity::Withheld, {{4s, '3'}, {5s, '#'}}));
+    EXPECT_THAT(heard(), ElementsAre("goodmorning.wav", "askfornumber.wav"));
+    EXPECT_THAT(logRecords(), ElementsAre("Withheld"));
+    EXPECT_EQ(follower.events.back(), "ended");
+    expectAtRest();
+}
+
 class GreetingTest : public CallScenarioTest, public ::testing::WithParamInterface<std::pair<minutes, const char*>> {
 protected:
     // The call is answered 24 s after it starts ringing, at the hour to test.

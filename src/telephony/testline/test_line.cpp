@@ -95,6 +95,25 @@ void TestLine::report(std::function<void(LineEvents&)> event)
 
 // --- The call ---
 
+ScriptedCall ScriptedCall::played(Identity identity, std::string number, std::string name)
+{
+    ScriptedCall call;
+    call.identity = identity;
+    call.number = std::move(number);
+    call.name = std::move(name);
+    call.ringsBeforeGivingUp = 20;
+    return call;
+}
+
+std::optional<ScriptedCall::Identity> ScriptedCall::identityNamed(std::string_view name)
+{
+    if (name == "number") return Identity::Number;
+    if (name == "withheld") return Identity::Withheld;
+    if (name == "unavailable") return Identity::Unavailable;
+    if (name == "none") return Identity::None;
+    return std::nullopt;
+}
+
 void TestLine::placeCall(ScriptedCall call)
 {
     if (phase_ != Phase::Idle) {

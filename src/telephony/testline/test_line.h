@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/event_loop.h"
@@ -36,6 +37,11 @@ struct ScriptedCall {
     Milliseconds speechAt{0};
     std::optional<Milliseconds> hangUpAt;
     std::string ownerApplication{ownLineControl};
+
+    // A caller whom a person plays, key by key, rather than a script: they ring on for longer.
+    static ScriptedCall played(Identity identity, std::string number, std::string name);
+    // The identity by its lower-case name: "number", "withheld", "unavailable" or "none".
+    static std::optional<Identity> identityNamed(std::string_view name);
 };
 
 // What the caller heard of one file of a play list.
