@@ -12,7 +12,7 @@ const std::vector<Options::CheckBox> Options::checkBoxes{
     {"chk_opt3", "noid", "Label22"},         {"chk_opt4", "ansall", "Label21"},
     {"chk_balloon", "balloon", "Label41"},   {"chk_hide", "charhide", "Label42"},
     {"chk_effects", "effects", "Label45"},   {"chk_lww", "", "Label3"},
-    {"chk_noagent", "noagent", "Label46"},
+    {"chk_noagent", "noagent", "Label46"},   {"chk_notify", "notifications", "lab_notify"},
 };
 
 const std::vector<Options::Stepper> Options::steppers{

@@ -277,6 +277,7 @@ QWidget* MainWindow::transferPage()
     layout->addWidget(note);
     layout->addSpacing(4);
     layout->addLayout(option(page, "chk_lww", "Label3", "Start Corvel when I log in"));
+    layout->addLayout(option(page, "chk_notify", "lab_notify", "Tell the desktop of callers and messages"));
     layout->addStretch(1);
     return page;
 }

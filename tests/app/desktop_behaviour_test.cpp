@@ -23,7 +23,7 @@ protected:
 TEST_F(DesktopTest, AFirstRunOnAnEmptyStoreShowsEveryDefault)
 {
     phone.startUp();
-    for (const char* box : {"chk_ansa", "chk_opt1", "chk_opt2", "chk_opt3", "chk_balloon", "chk_effects"})
+    for (const char* box : {"chk_ansa", "chk_opt1", "chk_opt2", "chk_opt3", "chk_balloon", "chk_effects", "chk_notify"})
         EXPECT_TRUE(view.isChecked(box)) << box;
     for (const char* box : {"chk_allcalls", "chk_opt4", "chk_hide", "chk_noagent", "chk_lww"})
         EXPECT_FALSE(view.isChecked(box)) << box;

@@ -14,6 +14,7 @@ bool TestLineBus::publish() { return QDBusConnection::sessionBus().registerObjec
 
 QString TestLineBus::state() const
 {
+    if (line_.recording()) return "recording";
     return line_.callActive() ? "connected" : line_.ringing() ? "ringing" : line_.lineOpen() ? "idle" : "closed";
 }
 
