@@ -10,28 +10,47 @@ CallerId::CallerId(const Line& line, CallState& call, Agent& agent, CharacterSpe
 {
 }
 
-void CallerId::callerId()
+std::string CallerId::Identity::logText() const
 {
-    agent_.show();
+    if (withheld) return "Withheld";
+    if (unavailable) return "Unavailable";
+    const std::string lowerNumber = text::lower(number);
+    return lowerNumber.size() > 2 ? lowerNumber : text::lower(name);
+}
+
+CallerId::Identity CallerId::identify() const
+{
+    // The number and name are a stranger's text: made safe once, here.
+    return {text::fromLine(line_.callerNumber(), maxNumberBytes), text::fromLine(line_.callerName(), maxNameBytes),
+            line_.numberWithheld(), line_.numberUnavailable()};
+}
+
+void CallerId::say(const std::string& text)
+{
+    if (!quietly_) speech_.say(text);
+}
+
+void CallerId::callerId(bool quietly)
+{
+    quietly_ = quietly;
+    if (!quietly) agent_.show();
     call_.idleCountdown = 180;
     if (call_.callInProgress) return;
     call_.inmessage = false;
 
-    // The number and name are a stranger's text: made safe once, here.
-    const std::string number = text::fromLine(line_.callerNumber(), maxNumberBytes);
-    const std::string name = text::fromLine(line_.callerName(), maxNameBytes);
-    const bool withheld = line_.numberWithheld();
-    const bool unavailable = line_.numberUnavailable();
+    const auto [number, name, withheld, unavailable] = identify();
     const std::string digitsOnly = text::removeAll(number, '-');
 
-    if (!withheld && !unavailable) {
-        display_.loadPhotoOrDefault(digitsOnly);
-        display_.setLabel(digitsOnly);
-    } else {
-        display_.loadPhoto("default.gif");
+    if (!quietly) {
+        if (!withheld && !unavailable) {
+            display_.loadPhotoOrDefault(digitsOnly);
+            display_.setLabel(digitsOnly);
+        } else {
+            display_.loadPhoto("default.gif");
+        }
+        if (withheld) display_.loadPhoto("withheld.gif");
+        if (unavailable) display_.loadPhoto("default.gif");
     }
-    if (withheld) display_.loadPhoto("withheld.gif");
-    if (unavailable) display_.loadPhoto("default.gif");
 
     if (withheld || unavailable) announceWithheld(withheld, unavailable);
     else announceNumber(number, digitsOnly, name);
@@ -41,14 +60,14 @@ void CallerId::announceWithheld(bool withheld, bool unavailable)
 {
     call_.noCallerNumber = true;
     if (withheld) {
-        speech_.say(", Withheld!");
+        say(", Withheld!");
         call_.currentCaller = "Withheld";
     }
     if (unavailable) {
-        speech_.say(", Number Unavailable!");
+        say(", Number Unavailable!");
         call_.currentCaller = "Unavailable";
     }
-    display_.show();
+    if (!quietly_) display_.show();
     display_.setLabel("Withheld"); // for an unavailable number too
     call_.callerIdReceived = true;
     if (withheld) log_.append("Withheld");
@@ -62,11 +81,11 @@ void CallerId::announceNumber(const std::string& number, const std::string& digi
     std::string spelled;
     for (char c : number) (spelled += c) += ' ';
 
-    if (const auto known = directory_.lookup(digitsOnly)) speech_.say(*known);
-    else if (text::containsNoCase(name, "private") || name.size() < 2) speech_.say(", " + spelled);
-    else speech_.say(", " + name);
+    if (const auto known = directory_.lookup(digitsOnly)) say(*known);
+    else if (text::containsNoCase(name, "private") || name.size() < 2) say(", " + spelled);
+    else say(", " + name);
 
-    display_.show();
+    if (!quietly_) display_.show();
     const std::string lowerNumber = text::lower(number);
     std::string label;
     if (lowerNumber.size() > 2) {

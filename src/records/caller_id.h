@@ -18,15 +18,29 @@ public:
     static constexpr std::size_t maxNumberBytes = 64;
     static constexpr std::size_t maxNameBytes = 64;
 
+    // Who the line says is calling, made safe to show, speak and log.
+    struct Identity {
+        std::string number; // as delivered, dashes kept
+        std::string name;
+        bool withheld = false;
+        bool unavailable = false;
+        // The caller as the call log names them: "Withheld", "Unavailable", the number in
+        // lower case, or the name when the number is too short to be one.
+        std::string logText() const;
+    };
+
     CallerId(const Line& line, CallState& call, Agent& agent, CharacterSpeech& speech, const Directory& directory,
              CallerDisplay& display, CallLog& log);
 
-    // The line's caller-ID event.
-    void callerId();
+    Identity identify() const;
+    // The line's caller-ID event. `quietly` (quiet hours) keeps the character and the picture
+    // out of it: the call is only logged.
+    void callerId(bool quietly = false);
 
 private:
     void announceWithheld(bool withheld, bool unavailable);
     void announceNumber(const std::string& number, const std::string& digitsOnly, const std::string& name);
+    void say(const std::string& text);
 
     const Line& line_;
     CallState& call_;
@@ -35,6 +49,7 @@ private:
     const Directory& directory_;
     CallerDisplay& display_;
     CallLog& log_;
+    bool quietly_ = false;
 };
 
 } // namespace corvel

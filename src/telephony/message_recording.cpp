@@ -52,12 +52,15 @@ void CallHandling::leavemessage()
     }
     if (call.callover) return;
     if (with_.line.recording()) with_.line.setRecording(false);
-    with_.line.setRecordFile(*with_.folder.file(MessageStore::fileName(MessageStore::Kind::New, *slot, call.currentCaller)));
+    const auto file = with_.folder.file(MessageStore::fileName(MessageStore::Kind::New, *slot, call.currentCaller));
+    with_.line.setRecordFile(file->string());
     with_.line.setRecording(true);
     call.countdown = 30;
+    const std::string caller = call.currentCaller; // standby may empty it while the recording runs
     with_.calls.waitUntil([&] { return call.countdown == 0 || call.entrydone; });
     with_.line.setRecording(false);
     with_.messages.checkmessages();
+    with_.messageHook.messageRecorded(*file, caller);
     if (!call.callover) with_.calls.standby();
 }
 
