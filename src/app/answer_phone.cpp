@@ -22,8 +22,14 @@ AnswerPhone::AnswerPhone(Ports ports_)
       callerIdentity(ports.line, calls.state(), ports.agent, speech, directory, display, callLog, events),
       messages(ports.folder, indicator),
       playback(ports.folder, ports.view, ports.speaker, speech, display, messages, newCalls, ports.desktop),
+      blockList(ports.folder),
+      blockedCalls(ports.folder, callLog, indicator),
+      screening({ports.settings, ports.loop, blockList, directory}),
+      messageHook(ports.settings, ports.shell, ports.loop),
       handling({ports.loop, ports.settings, ports.line, ports.view, ports.agent, ports.folder, calls, speech, display,
-                directory, callLog, newCalls, messages, events, [this] { shutdown(); }}),
+                directory, callLog, newCalls, messages, events, callerIdentity, screening, blockedCalls,
+                [this] { shutdown(); }}),
+      blocking(ports.view, speech, blockList, ports.folder),
       window(ports.view, ports.settings, ports.loop, speech),
       options(ports.view, ports.settings, ports.agent, speech, characters, ports.autostart),
       promptFiles(ports.folder, ports.view, ports.settings, ports.speaker, ports.shell, speech),
@@ -31,9 +37,14 @@ AnswerPhone::AnswerPhone(Ports ports_)
               {webSite(), ports.cacheFolder}, downloading, [this] { shutdown(); }, [this] { window.applyHide(); })
 {
     calls.setRoutines(this);
+    events.add(messageHook);
 }
 
-AnswerPhone::~AnswerPhone() { calls.setRoutines(nullptr); }
+AnswerPhone::~AnswerPhone()
+{
+    events.remove(messageHook);
+    calls.setRoutines(nullptr);
+}
 
 void AnswerPhone::loadRecords()
 {
@@ -41,6 +52,8 @@ void AnswerPhone::loadRecords()
     messages.checkmessages();
     callLog.rebuild();
     directory.loadcontacts();
+    blockedCalls.show();
+    blocking.loadList();
 }
 
 bool AnswerPhone::requestClose()
@@ -69,7 +82,7 @@ void AnswerPhone::shutdown()
 std::vector<TrayMenuEntry> AnswerPhone::trayMenu()
 {
     return {{"-= Menu =-", "menu"}, {"-", ""},       {"Minimise", "min"}, {"-", ""}, {"Maximise", "max"},
-            {"-", ""},             {"About Corvel", "about"}, {"-", ""}, {"Exit Corvel", "exit"}};
+            {"-", ""},             {"Block last caller", "blocklast"}, {"-", ""}, {"About Corvel", "about"}, {"-", ""}, {"Exit Corvel", "exit"}};
 }
 
 void AnswerPhone::trayMenuClicked(std::string_view key)
@@ -78,6 +91,10 @@ void AnswerPhone::trayMenuClicked(std::string_view key)
     if (key == "exit") {
         speech.say("Please wait!");
         requestClose();
+        return;
+    }
+    if (key == "blocklast") {
+        blockLastCaller();
         return;
     }
     if (key == "min") {
@@ -116,7 +133,7 @@ std::string AnswerPhone::webSite() const
 void AnswerPhone::webLinkClicked() { linkup(ports.shell, ports.view, webSite() + "/corvel.htm"); }
 
 void AnswerPhone::ring(std::int32_t count) { handling.ring(count); }
-void AnswerPhone::callerId() { callerIdentity.callerId(); }
+void AnswerPhone::callerId() { handling.callerId(); }
 void AnswerPhone::connected() { handling.connected(); }
 void AnswerPhone::digitpressed(std::string_view digit) { handling.digitpressed(digit); }
 

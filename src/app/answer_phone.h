@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "app/autostart.h"
+#include "app/blocking.h"
 #include "app/options.h"
 #include "app/window_behaviour.h"
 #include "base/call_events.h"
@@ -18,9 +19,12 @@
 #include "character/agent.h"
 #include "character/character_loading.h"
 #include "character/character_speech.h"
+#include "messages/message_hook.h"
 #include "messages/message_playback.h"
 #include "messages/message_store.h"
 #include "prompts/prompt_files.h"
+#include "records/block_list.h"
+#include "records/blocked_calls.h"
 #include "records/call_log.h"
 #include "records/caller_display.h"
 #include "records/caller_id.h"
@@ -29,6 +33,7 @@
 #include "records/new_calls.h"
 #include "telephony/call_control.h"
 #include "telephony/call_handling.h"
+#include "telephony/call_screening.h"
 #include "telephony/line.h"
 #include "update/update_check.h"
 
@@ -81,6 +86,13 @@ public:
     // The web site's address: the command line's, else the "website" setting, else Corvel's own.
     std::string webSite() const;
 
+    // The block list, for the desktop, the command line and D-Bus alike: a number or a prefix
+    // ending in "*" as typed (false when it is no number), and the newest caller of the call log
+    // (false when their number is unknown).
+    bool block(std::string_view number, std::string_view note = {}) { return blocking.block(number, note); }
+    bool unblock(std::string_view number) { return blocking.unblock(number); }
+    bool blockLastCaller() { return blocking.blockLastCaller(); }
+
     bool downloading = false; // an update is being fetched
     Ports ports;
     CallEventFollowers events; // desktop notifications and the session bus follow the calls here
@@ -96,7 +108,12 @@ public:
     CallerId callerIdentity;
     MessageStore messages;
     MessagePlayback playback;
+    BlockList blockList;
+    BlockedCalls blockedCalls;
+    CallScreening screening;
+    MessageHook messageHook;
     CallHandling handling;
+    Blocking blocking;
     WindowBehaviour window;
     Options options;
     PromptFiles promptFiles;

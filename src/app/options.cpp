@@ -12,7 +12,18 @@ const std::vector<Options::CheckBox> Options::checkBoxes{
     {"chk_opt3", "noid", "Label22"},         {"chk_opt4", "ansall", "Label21"},
     {"chk_balloon", "balloon", "Label41"},   {"chk_hide", "charhide", "Label42"},
     {"chk_effects", "effects", "Label45"},   {"chk_lww", "", "Label3"},
-    {"chk_noagent", "noagent", "Label46"},   {"chk_notify", "notifications", "lab_notify"},
+    {"chk_noagent", "noagent", "Label46"},
+    {"chk_notify", "notifications", "lab_notify"},
+    {"chk_blockwithheld", "blockwithheld", "lab_blockwithheld"},
+    {"chk_blockunavailable", "blockunavailable", "lab_blockunavailable"},
+    {"chk_trusted", "trusted", "lab_trusted"},
+    {"chk_quiet", "quiet", "lab_quiet"},
+};
+
+const std::vector<Options::TextField> Options::textFields{
+    {"txt_quietfrom", "quietfrom"},
+    {"txt_quietto", "quietto"},
+    {"txt_messagecommand", "messagecommand"},
 };
 
 const std::vector<Options::Stepper> Options::steppers{
@@ -46,6 +57,14 @@ void Options::checkBoxClicked(std::string_view box)
     } else if (box == "chk_noagent") {
         characters_.noagentClicked(ticked);
     }
+}
+
+void Options::textEdited(std::string_view field)
+{
+    const auto option = std::find_if(textFields.begin(), textFields.end(), [&](const TextField& f) { return f.field == field; });
+    if (option == textFields.end()) return;
+    // One line, whatever was pasted in: the settings file keeps one value a line.
+    settings::writeData(settings_, option->key, text::fromLine(view_.text(field), 1000));
 }
 
 void Options::captionClicked(std::string_view caption)

@@ -29,7 +29,13 @@ public:
         long long lowest;
         std::optional<long long> highest; // the transfer time has none
     };
+    // A text typed in and kept when the user leaves the field.
+    struct TextField {
+        std::string_view field;
+        std::string_view key;
+    };
     static const std::vector<CheckBox> checkBoxes;
+    static const std::vector<TextField> textFields;
     static const std::vector<Stepper> steppers;
 
     Options(View& view, SettingsStore& settings, Agent& agent, CharacterSpeech& speech, CharacterLoading& characters,
@@ -37,6 +43,7 @@ public:
 
     void checkBoxClicked(std::string_view box);
     void captionClicked(std::string_view caption);
+    void textEdited(std::string_view field);
     void stepClicked(std::string_view button);
 
 private:

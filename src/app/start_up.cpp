@@ -22,7 +22,10 @@ constexpr Filled moreOptions[] = {
     {"chk_noagent", "noagent", "False"},   {"chk_hide", "charhide", "False"},    {"chk_balloon", "balloon", "True"},
     {"txt_vol", "vol", "10"},              {"chk_opt1", "answithheld", "True"}, {"chk_opt2", "ansunavailable", "True"},
     {"chk_opt3", "noid", "True"},          {"chk_opt4", "ansall", "False"},      {"txt_transfer", "transfer", "20"},
-    {"chk_notify", "notifications", "True"}};
+    {"chk_notify", "notifications", "True"},
+    {"chk_blockwithheld", "blockwithheld", "False"}, {"chk_blockunavailable", "blockunavailable", "False"},
+    {"chk_trusted", "trusted", "False"},   {"chk_quiet", "quiet", "False"},      {"txt_quietfrom", "quietfrom", "22:00"},
+    {"txt_quietto", "quietto", "07:00"},   {"txt_messagecommand", "messagecommand", ""}};
 
 // Where the line chosen before stands in today's list: found by its name, since the list holds
 // the devices present; by its number only when no name was kept.

@@ -13,6 +13,7 @@ struct AnnouncedCaller {
     std::string caller;            // as the call log names them: a number, keyed digits, "Withheld", "Unavailable"
     std::string said;              // what the character says: a directory name, the network's name or the number
     std::filesystem::path picture; // the caller's picture on show; empty when none
+    bool quietly = false;          // in quiet hours: logged, not shown or said
 };
 
 // What happens to calls, for whoever follows them from outside Corvel's windows: desktop
@@ -26,6 +27,8 @@ public:
     // An answered caller waits to be put through: the user may pick up or let them leave a message.
     virtual void callerWaiting(std::string_view /*caller*/) {}
     virtual void messageRecorded(const std::filesystem::path& /*file*/, std::string_view /*caller*/) {}
+    // A blocked caller was turned away; `caller` as the call log would name them.
+    virtual void callBlocked(std::string_view /*caller*/) {}
     // The call Corvel knew of is over, answered or not.
     virtual void callEnded() {}
     // The counters of new calls or messages were drawn again; they may show other numbers.
@@ -46,6 +49,7 @@ public:
     {
         each(&CallEvents::messageRecorded, file, caller);
     }
+    void callBlocked(std::string_view caller) override { each(&CallEvents::callBlocked, caller); }
     void callEnded() override { each(&CallEvents::callEnded); }
     void countsChanged() override { each(&CallEvents::countsChanged); }
 

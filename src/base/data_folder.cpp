@@ -180,6 +180,14 @@ bool DataFolder::remove(std::string_view name) const
     return !error || failed("delete", *path, error);
 }
 
+bool DataFolder::rewriteLines(std::string_view name, const std::vector<std::string>& lines,
+                              std::string_view scratch) const
+{
+    std::string content;
+    for (const std::string& line : lines) (content += line) += "\r\n";
+    return writeFile(scratch, content, false) && replaceWith(scratch, name);
+}
+
 bool DataFolder::copyIn(const fs::path& source, std::string_view name) const
 {
     const auto target = file(name);

@@ -43,6 +43,9 @@ public:
     bool writeFile(std::string_view name, std::string_view content, bool append) const;
     // Puts `scratch` in the place of `name` in one rename, after it has reached the disk.
     bool replaceWith(std::string_view scratch, std::string_view name) const;
+    // Rewrites a text file as `lines`, each ended by CR LF: written whole to `scratch` first,
+    // then put in the old file's place, so a crash leaves the old file or the new, never none.
+    bool rewriteLines(std::string_view name, const std::vector<std::string>& lines, std::string_view scratch) const;
     // Renames a file; never over another one, which would be lost.
     bool rename(std::string_view from, std::string_view to) const;
     bool remove(std::string_view name) const;

@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace corvel {
 
@@ -17,6 +19,11 @@ public:
     virtual std::optional<std::string> webBrowser() = 0;
     // Starts `program` on `address`; false when it could not be started.
     virtual bool startBrowser(const std::string& program, const std::string& address) = 0;
+    // Starts `arguments[0]` with the rest as its arguments, directly and never through a shell,
+    // with `environment` added to Corvel's own; does not wait for it. Its output, its end and
+    // any failure to start go to the log.
+    virtual void startCommand(const std::vector<std::string>& arguments,
+                              const std::vector<std::pair<std::string, std::string>>& environment) = 0;
 };
 
 } // namespace corvel

@@ -91,6 +91,14 @@ public:
     virtual std::string inputBox(std::string_view prompt, std::string_view title) = 0;
     // The chosen file, or "" when cancelled. `filter` is "Description|pattern".
     virtual std::string openFileDialog(std::string_view filter, const std::filesystem::path& folder) = 0;
+    // The file to write, or "" when cancelled; `suggested` is the name offered. Without
+    // windows nothing is ever written where nobody chose.
+    virtual std::string saveFileDialog(std::string_view filter, const std::filesystem::path& suggested)
+    {
+        (void)filter;
+        (void)suggested;
+        return {};
+    }
     virtual void beep() = 0;
     // Ends the program once the current handler returns.
     virtual void endProgram() = 0;

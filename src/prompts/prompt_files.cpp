@@ -14,6 +14,8 @@ const std::vector<PromptFiles::Prompt> PromptFiles::prompts{
     {"Trying to connect you", "connect", "txt_connect", "pleasewait.wav", "Command14", "Command21"},
     {"Nobody available message", "nobody", "txt_nobody", "nobodyavailable.wav", "Command13", "Command20"},
     {"Please leave a message", "leavemessage", "txt_leavemessage", "leavemessage.wav", "Command17", "Command19"},
+    // Played to a blocked caller before Corvel hangs up on them.
+    {"Blocked caller", "blocked", "txt_blocked", "blocked.wav", "cmd_blockedchange", "cmd_blockedplay"},
 };
 
 PromptFiles::PromptFiles(const DataFolder& folder, View& view, SettingsStore& settings, SoundOutput& speaker,

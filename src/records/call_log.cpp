@@ -25,10 +25,9 @@ std::string CallLog::tail() const
            timeWithDesignator(hh_mm_ss<seconds>(now - day), locale_);
 }
 
-void CallLog::append(std::string_view record)
-{
-    folder_.appendLine(fileName, text::fromLine(record, maxRecordBytes) + tail());
-}
+std::string CallLog::stamped(std::string_view record) const { return text::fromLine(record, maxRecordBytes) + tail(); }
+
+void CallLog::append(std::string_view record) { folder_.appendLine(fileName, stamped(record)); }
 
 std::string CallLog::recentCalls() const
 {

@@ -22,6 +22,8 @@ public:
 
     // Appends `record` with the date and time; always exactly one line.
     void append(std::string_view record);
+    // `record` as a line of the log: made one line and followed by ", on <date>, at <time>".
+    std::string stamped(std::string_view record) const;
     // Rebuilds `txt_reccalls` from the file.
     void rebuild();
     // Command4: asks, then deletes the log.

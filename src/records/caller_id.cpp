@@ -11,28 +11,47 @@ CallerId::CallerId(const Line& line, CallState& call, Agent& agent, CharacterSpe
 {
 }
 
-void CallerId::callerId()
+std::string CallerId::Identity::logText() const
 {
-    agent_.show();
+    if (withheld) return "Withheld";
+    if (unavailable) return "Unavailable";
+    const std::string lowerNumber = text::lower(number);
+    return lowerNumber.size() > 2 ? lowerNumber : text::lower(name);
+}
+
+CallerId::Identity CallerId::identify() const
+{
+    // The number and name are a stranger's text: made safe once, here.
+    return {text::fromLine(line_.callerNumber(), maxNumberBytes), text::fromLine(line_.callerName(), maxNameBytes),
+            line_.numberWithheld(), line_.numberUnavailable()};
+}
+
+void CallerId::say(const std::string& text)
+{
+    if (!quietly_) speech_.say(text);
+}
+
+void CallerId::callerId(bool quietly)
+{
+    quietly_ = quietly;
+    if (!quietly) agent_.show();
     call_.idleCountdown = 180;
     if (call_.callInProgress) return;
     call_.inmessage = false;
 
-    // The number and name are a stranger's text: made safe once, here.
-    const std::string number = text::fromLine(line_.callerNumber(), maxNumberBytes);
-    const std::string name = text::fromLine(line_.callerName(), maxNameBytes);
-    const bool withheld = line_.numberWithheld();
-    const bool unavailable = line_.numberUnavailable();
+    const auto [number, name, withheld, unavailable] = identify();
     const std::string digitsOnly = text::removeAll(number, '-');
 
-    if (!withheld && !unavailable) {
-        display_.loadPhotoOrDefault(digitsOnly);
-        display_.setLabel(digitsOnly);
-    } else {
-        display_.loadPhoto("default.gif");
+    if (!quietly) {
+        if (!withheld && !unavailable) {
+            display_.loadPhotoOrDefault(digitsOnly);
+            display_.setLabel(digitsOnly);
+        } else {
+            display_.loadPhoto("default.gif");
+        }
+        if (withheld) display_.loadPhoto("withheld.gif");
+        if (unavailable) display_.loadPhoto("default.gif");
     }
-    if (withheld) display_.loadPhoto("withheld.gif");
-    if (unavailable) display_.loadPhoto("default.gif");
 
     if (withheld || unavailable) announceWithheld(withheld, unavailable);
     else announceNumber(number, digitsOnly, name);
@@ -42,20 +61,20 @@ void CallerId::announceWithheld(bool withheld, bool unavailable)
 {
     call_.noCallerNumber = true;
     if (withheld) {
-        speech_.say(", Withheld!");
+        say(", Withheld!");
         call_.currentCaller = "Withheld";
     }
     if (unavailable) {
-        speech_.say(", Number Unavailable!");
+        say(", Number Unavailable!");
         call_.currentCaller = "Unavailable";
     }
-    display_.show();
+    if (!quietly_) display_.show();
     display_.setLabel("Withheld"); // for an unavailable number too
     call_.callerIdReceived = true;
     if (withheld) log_.append("Withheld");
     if (unavailable) log_.append("Unavailable");
     log_.rebuild();
-    events_.callerAnnounced({call_.currentCaller, unavailable ? "Number Unavailable" : "Withheld", display_.picture()});
+    announced(call_.currentCaller, unavailable ? "Number Unavailable" : "Withheld");
 }
 
 void CallerId::announceNumber(const std::string& number, const std::string& digitsOnly, const std::string& name)
@@ -68,15 +87,15 @@ void CallerId::announceNumber(const std::string& number, const std::string& digi
     std::string said = name;
     if (const auto known = directory_.lookup(digitsOnly)) {
         said = *known;
-        speech_.say(said);
+        say(said);
     } else if (text::containsNoCase(name, "private") || name.size() < 2) {
         said = number;
-        speech_.say(", " + spelled);
+        say(", " + spelled);
     } else {
-        speech_.say(", " + name);
+        say(", " + name);
     }
 
-    display_.show();
+    if (!quietly_) display_.show();
     const std::string lowerNumber = text::lower(number);
     std::string label;
     if (lowerNumber.size() > 2) {
@@ -89,7 +108,13 @@ void CallerId::announceNumber(const std::string& number, const std::string& digi
     log_.append(label);
     log_.rebuild();
     call_.callerIdReceived = true;
-    events_.callerAnnounced({label, said, display_.picture()});
+    announced(label, said);
+}
+
+void CallerId::announced(const std::string& caller, const std::string& said)
+{
+    // In quiet hours no picture was shown, and the desktop is not to be disturbed.
+    events_.callerAnnounced({caller, said, quietly_ ? std::filesystem::path() : display_.picture(), quietly_});
 }
 
 } // namespace corvel

@@ -68,15 +68,13 @@ void Directory::deleteContact()
     const std::string_view afterBlank = std::string_view(item).substr(blank == std::string::npos ? item.size() : blank + 1);
     const std::string number(afterBlank.substr(0, afterBlank.find(',')));
 
-    std::string kept;
-    for (const std::string& line : folder_.readLines(fileName)) {
+    std::vector<std::string> kept;
+    for (std::string& line : folder_.readLines(fileName)) {
         // An entry without a number is matched by its empty number, not by every line.
         const bool drop = number.empty() ? line.starts_with(',') : text::containsNoCase(line, number);
-        if (!drop) kept += line + "\r\n";
+        if (!drop) kept.push_back(std::move(line));
     }
-    // The old directory stays until the new one is whole on disk.
-    if (!folder_.writeFile(scratchName, kept, false) || !folder_.replaceWith(scratchName, fileName))
-        log::warning("the directory entry was not deleted");
+    if (!folder_.rewriteLines(fileName, kept, scratchName)) log::warning("the directory entry was not deleted");
     speech_.say("Deleted");
     loadcontacts();
 }
@@ -88,6 +86,16 @@ std::optional<std::string> Directory::lookup(std::string_view number) const
         if (const Entry entry = split(line); entry.name) return std::string(*entry.name);
     }
     return std::nullopt;
+}
+
+bool Directory::holds(std::string_view number) const
+{
+    if (number.empty()) return false;
+    const std::string wanted = text::lower(number);
+    for (const std::string& line : folder_.readLines(fileName)) {
+        if (text::lower(split(line).number) == wanted) return true;
+    }
+    return false;
 }
 
 } // namespace corvel

@@ -26,6 +26,9 @@ public:
     void deleteContact();
     // The name of the first entry that contains `number` (without regard to case).
     std::optional<std::string> lookup(std::string_view number) const;
+    // Whether an entry is for exactly this number (without regard to case), not merely one
+    // that contains it.
+    bool holds(std::string_view number) const;
 
     // A number as the user typed it, without "-", " " and ",".
     static std::string normalise(std::string_view typed);

@@ -81,6 +81,7 @@ void CallControl::standby()
     state_.callphase = CallPhase::Idle;
     state_.inmessage = false;
     state_.wantsmessage = false;
+    state_.screen = CallScreen::Ordinary;
     state_.lineflag = false;
     if (std::exchange(callKnown_, false)) events_.callEnded();
 

@@ -12,12 +12,16 @@
 #include "base/view.h"
 #include "character/agent.h"
 #include "character/character_speech.h"
+#include "messages/message_hook.h"
 #include "messages/message_store.h"
+#include "records/blocked_calls.h"
 #include "records/call_log.h"
 #include "records/caller_display.h"
+#include "records/caller_id.h"
 #include "records/directory.h"
 #include "records/new_calls.h"
 #include "telephony/call_control.h"
+#include "telephony/call_screening.h"
 #include "telephony/line.h"
 
 namespace corvel {
@@ -43,6 +47,9 @@ public:
         NewCalls& newCalls;
         MessageStore& messages;
         CallEvents& events;
+        CallerId& callerIdentity;
+        const CallScreening& screening;
+        BlockedCalls& blockedCalls;
         std::function<void()> endProgram; // the closing path, when a chosen line proves unusable
     };
 
@@ -54,6 +61,8 @@ public:
 
     // --- Events of the line ---
     void ring(std::int32_t count);
+    // Caller ID: screens the caller, then announces and logs them unless they are blocked.
+    void callerId();
     // The answered call is through: checks that the call is ours, then greets the caller.
     void connected();
     void digitpressed(std::string_view digit);
@@ -74,6 +83,11 @@ public:
     void hangUp();
 
 private:
+    // The one place where a call is found blocked: it is kept in "blocked.txt", counted, and
+    // turned away (declined where the line can, else answered for `turnAway`).
+    void callBlocked(const std::string& callerText);
+    // Plays the "blocked" prompt to an answered blocked caller and hangs up.
+    void turnAway();
     bool callIsOurs();
     void interrogate();
     void readBackDeliveredNumber();

@@ -12,6 +12,10 @@ enum class CallPhase : std::int16_t {
     TakingMessage = 3,
 };
 
+// What screening made of the caller: an ordinary call, one turned away, one left to ring for
+// the user, or one taken quietly during quiet hours.
+enum class CallScreen : std::int8_t { Ordinary, Blocked, Trusted, Quiet };
+
 // The state of the one call on the line, shared by every step of the call dialogue. It
 // starts as `standby` leaves it.
 struct CallState {
@@ -28,6 +32,7 @@ struct CallState {
     bool lineflag = false;
     bool inmessage = false;      // guards the end of digit entry; set while taking a message
     bool wantsmessage = false;   // the caller pressed 1 for a message
+    CallScreen screen = CallScreen::Ordinary; // decided afresh for every call
 };
 
 } // namespace corvel

@@ -8,17 +8,32 @@ namespace corvel {
 void CallHandling::ring(std::int32_t count)
 {
     CallState& call = with_.calls.state();
-    with_.agent.show();
-    with_.agent.play("Alert");
+    // A new call's caller is screened afresh when their caller ID comes.
+    if (count == 1 && !call.callInProgress) call.screen = CallScreen::Ordinary;
+    const bool quiet = with_.screening.quietHours();
+    const bool unseen = quiet || call.screen == CallScreen::Blocked; // no character, no shaking
+    if (!unseen) {
+        with_.agent.show();
+        with_.agent.play("Alert");
+    }
     call.idleCountdown = 180;
     if (call.callInProgress) return;
     with_.line.setOwnCall(true);
-    shake();
+    if (!unseen) shake();
     if (count == 1) with_.newCalls.count();
     with_.view.selectTab("SSTab1", 0);
     call.callover = false;
 
+    // A blocked caller was dealt with at their caller ID; a trusted one rings for the user.
+    if (call.screen == CallScreen::Blocked || call.screen == CallScreen::Trusted) return;
     const long long rings = text::leadingNumber(settings::readData(with_.settings, "rings", "5"));
+    if (quiet && ((count >= 2 && call.callerIdReceived) || count >= rings)) {
+        // Quiet hours: taken on the first ring after caller ID (on a line without caller ID,
+        // when the rings are up) for a message.
+        call.screen = CallScreen::Quiet;
+        with_.line.answer();
+        return;
+    }
     const bool allcalls = settings::dataFlag(with_.settings, "allcalls", "False");
     if (count >= rings && (allcalls || (call.callerIdReceived && call.noCallerNumber))) with_.line.answer();
 }

@@ -10,6 +10,10 @@ void CallHandling::connected()
 {
     if (!callIsOurs()) return;
     CallState& call = with_.calls.state();
+    if (call.screen == CallScreen::Blocked) {
+        turnAway();
+        return;
+    }
     call.callphase = CallPhase::Interrogating;
     call.callInProgress = true;
     call.playdone = false;
@@ -24,6 +28,16 @@ void CallHandling::connected()
     if (hour >= 18 && hour <= 23)
         with_.calls.playPrompt(prompt("evening", "goodevening.wav"), CallControl::cantPlay("goodevening.wav"));
     if (call.callover) return;
+    if (call.screen == CallScreen::Quiet) {
+        // Nobody is to be disturbed: the caller is offered a message straight away, known by
+        // the digits of their number alone as a read-back caller is.
+        call.currentCaller = text::removeAll(call.currentCaller, '-');
+        call.countdown = 15; // the greeting first, heard whole
+        with_.calls.waitUntil([&] { return call.playdone || call.countdown == 0 || call.callover; });
+        if (call.callover) return;
+        leavemessage();
+        return;
+    }
 
     const std::string caller = text::lower(call.currentCaller);
     const bool ask = settings::dataFlag(with_.settings, "ansall", "True") ||

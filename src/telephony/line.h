@@ -62,6 +62,9 @@ public:
     virtual void setCallActive(bool active) = 0;
     virtual void answer() = 0;
     virtual void drop() = 0;
+    // Turns the ringing call away unanswered, as the network's "declined"; false when this line
+    // cannot, and then nothing happened: a modem must answer to stop the user's telephone ringing.
+    virtual bool decline() { return false; }
     // Gives the call up to the user's own telephone, leaving the caller connected to it; the
     // call is then no longer this line's.
     virtual void handOver() = 0;

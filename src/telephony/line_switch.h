@@ -31,6 +31,7 @@ public:
     void setCallActive(bool active) override { active_->setCallActive(active); }
     void answer() override { active_->answer(); }
     void drop() override { active_->drop(); }
+    bool decline() override { return active_->decline(); }
     void handOver() override { active_->handOver(); }
     bool desktopCall() const override { return active_->desktopCall(); }
     void hangUpDesktopCall() override { active_->hangUpDesktopCall(); }

@@ -9,6 +9,7 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QGuiApplication>
+#include <QLineEdit>
 #include <QMenu>
 #include <QPainter>
 #include <QVBoxLayout>
@@ -69,6 +70,7 @@ MainWindow::MainWindow() : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint
     tabs->addTab(agentPage(), "Agent");
     tabs->addTab(directoryPage(), "Directory");
     tabs->addTab(aboutPage(), "About");
+    tabs->addTab(blockedPage(), "Blocked");
     lowerLayout->addWidget(tabs, 1);
     layout->addWidget(lower, 1);
 
@@ -99,6 +101,17 @@ void MainWindow::attach(AnswerPhone& phone)
         for (const std::string_view name : {prompt.change, prompt.play})
             onClick(name, [&phone, name] { phone.promptFiles.clicked(name); });
     }
+    for (const Options::TextField& text : Options::textFields) {
+        if (auto* field = control<QLineEdit>(text.field))
+            connect(field, &QLineEdit::editingFinished, this, [&phone, name = text.field] { phone.options.textEdited(name); });
+    }
+    onClick("cmd_blockcaller", [&phone] { phone.blocking.blockSelectedCall(); });
+    onClick("cmd_unblockcaller", [&phone] { phone.blocking.unblockSelectedCall(); });
+    onClick("cmd_blockadd", [&phone] { phone.blocking.addClicked(); });
+    onClick("cmd_blockremove", [&phone] { phone.blocking.removeClicked(); });
+    onClick("cmd_blockimport", [&phone] { phone.blocking.importClicked(); });
+    onClick("cmd_blockexport", [&phone] { phone.blocking.exportClicked(); });
+    onClick("lab_blockedreset", [&phone] { phone.blockedCalls.reset(); });
     onClick("Image2", [&phone] { phone.closeClicked(); });
     onClick("Image3", [&phone] { phone.window.hideToTray(); });
     onClick("Image4", [&phone] { phone.window.toggleSize(); });

@@ -76,6 +76,7 @@ public:
     bool askYesNo(std::string_view title, std::string_view text) override;
     std::string inputBox(std::string_view prompt, std::string_view title) override;
     std::string openFileDialog(std::string_view filter, const std::filesystem::path& folder) override;
+    std::string saveFileDialog(std::string_view filter, const std::filesystem::path& suggested) override;
     void beep() override;
     void endProgram() override;
 
@@ -98,6 +99,7 @@ private:
     QWidget* audioPage();
     QWidget* agentPage();
     QWidget* directoryPage();
+    QWidget* blockedPage();
     QWidget* aboutPage();
     template <typename Widget> Widget* control(std::string_view name) const { return findChild<Widget*>(toQt(name)); }
     double twipsPerPixel() const;

@@ -159,6 +159,7 @@ QWidget* MainWindow::counters()
         {"newcall1", "newcall2", "new calls", "Label19", "Reset new calls"},
         {"new1", "new2", "new messages", "Label10", "Play new message"},
         {"old1", "old2", "old messages", "Label18", "Play old message"},
+        {"blocked1", "blocked2", "blocked calls", "lab_blockedreset", "Reset blocked calls"},
     };
     auto* box = new QWidget(body_);
     auto* layout = new QVBoxLayout(box);
@@ -232,6 +233,8 @@ QWidget* MainWindow::callsPage()
     layout->addWidget(recent, 1);
     auto* row = new QHBoxLayout;
     row->addStretch(1);
+    row->addWidget(button(page, "cmd_blockcaller", "Block caller"));
+    row->addWidget(button(page, "cmd_unblockcaller", "Unblock"));
     row->addWidget(button(page, "Command4", "Clear call list"));
     layout->addLayout(row);
     return page;
@@ -260,6 +263,10 @@ QWidget* MainWindow::answeringPage()
     layout->addLayout(option(page, "chk_opt2", "Label20", "Ask callers whose number is unavailable"));
     layout->addLayout(option(page, "chk_opt3", "Label22", "Ask callers with no caller ID"));
     layout->addLayout(option(page, "chk_opt4", "Label21", "Ask every caller"));
+    layout->addSpacing(4);
+    layout->addLayout(option(page, "chk_blockwithheld", "lab_blockwithheld", "Block withheld callers"));
+    layout->addLayout(option(page, "chk_blockunavailable", "lab_blockunavailable", "Block callers whose number is unavailable"));
+    layout->addLayout(option(page, "chk_trusted", "lab_trusted", "Let callers in my directory ring through"));
     layout->addStretch(1);
     return page;
 }
@@ -278,6 +285,25 @@ QWidget* MainWindow::transferPage()
     layout->addSpacing(4);
     layout->addLayout(option(page, "chk_lww", "Label3", "Start Corvel when I log in"));
     layout->addLayout(option(page, "chk_notify", "lab_notify", "Tell the desktop of callers and messages"));
+    layout->addSpacing(4);
+    layout->addLayout(option(page, "chk_quiet", "lab_quiet", "Quiet hours: take every call silently for a message"));
+    auto* hours = new QHBoxLayout;
+    hours->setSpacing(6);
+    hours->addWidget(label(page, "From", "setting"));
+    for (const std::string_view field : {"txt_quietfrom", "txt_quietto"}) {
+        auto* time = named<QLineEdit>(page, field);
+        time->setInputMask("99:99");
+        time->setFixedWidth(60);
+        hours->addWidget(time);
+        if (field == "txt_quietfrom") hours->addWidget(label(page, "to", "setting"));
+    }
+    hours->addStretch(1);
+    layout->addLayout(hours);
+    layout->addWidget(label(page, "Command to run on each message", "setting"));
+    auto* command = named<QLineEdit>(page, "txt_messagecommand");
+    command->setPlaceholderText("e.g. notify-send \"New message\"");
+    command->setToolTip("Started with the message file, the caller and the time as its last three arguments");
+    layout->addWidget(command);
     layout->addStretch(1);
     return page;
 }
@@ -381,6 +407,23 @@ QWidget* MainWindow::directoryPage()
     row->addStretch(1);
     row->addWidget(button(page, "Command28", "Add"));
     row->addWidget(button(page, "Command29", "Delete"));
+    layout->addLayout(row);
+    return page;
+}
+
+QWidget* MainWindow::blockedPage()
+{
+    auto* page = new QWidget(this);
+    auto* layout = pageLayout(page);
+    layout->addWidget(label(page, "Numbers, or starts of numbers ending in *, that are never put through", "note"));
+    layout->addWidget(named<QListWidget>(page, "lst_blocked"), 1);
+    auto* row = new QHBoxLayout;
+    row->setSpacing(6);
+    row->addStretch(1);
+    row->addWidget(button(page, "cmd_blockimport", "Import"));
+    row->addWidget(button(page, "cmd_blockexport", "Export"));
+    row->addWidget(button(page, "cmd_blockadd", "Add"));
+    row->addWidget(button(page, "cmd_blockremove", "Remove"));
     layout->addLayout(row);
     return page;
 }

@@ -15,6 +15,7 @@
 #include <QScreen>
 #include <QSignalBlocker>
 #include <QStringList>
+#include <QTextBlock>
 #include <QTabWidget>
 
 #include "ui/panel_widgets.h"
@@ -132,6 +133,8 @@ void MainWindow::setListItems(std::string_view name, const std::vector<std::stri
 
 std::string MainWindow::selectedItem(std::string_view name) const
 {
+    // In a text box, the line the cursor stands on.
+    if (const auto* box = control<QPlainTextEdit>(name)) return box->textCursor().block().text().toStdString();
     const auto* list = control<QListWidget>(name);
     const QListWidgetItem* item = list ? list->currentItem() : nullptr;
     return item && item->isSelected() ? item->text().toStdString() : std::string();
@@ -285,6 +288,16 @@ std::string MainWindow::openFileDialog(std::string_view filter, const std::files
     QFileDialog dialog(this, QString(), QString::fromStdString(folder.string()), fileFilter(filter));
     style::apply(dialog);
     dialog.setFileMode(QFileDialog::ExistingFile);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
+    return dialog.selectedFiles().front().toStdString();
+}
+
+std::string MainWindow::saveFileDialog(std::string_view filter, const std::filesystem::path& suggested)
+{
+    QFileDialog dialog(this, QString(), QString::fromStdString(suggested.string()), fileFilter(filter));
+    style::apply(dialog);
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    dialog.setFileMode(QFileDialog::AnyFile);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
     return dialog.selectedFiles().front().toStdString();
 }

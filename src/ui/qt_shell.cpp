@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include "base/log.h"
+#include "base/text.h"
 
 namespace corvel {
 namespace {
@@ -48,6 +49,46 @@ bool QtShell::startBrowser(const std::string& program, const std::string& addres
 {
     log::info("opening " + address + " with " + program);
     return QDesktopServices::openUrl(QUrl(QString::fromStdString(address)));
+}
+
+void QtShell::startCommand(const std::vector<std::string>& arguments,
+                           const std::vector<std::pair<std::string, std::string>>& environment)
+{
+    if (arguments.empty()) return;
+    // Owned by itself: it goes once it has ended or failed to start, whenever that is.
+    auto* process = new QProcess;
+    const QString program = QString::fromStdString(arguments.front());
+    QStringList rest;
+    for (auto argument = arguments.begin() + 1; argument != arguments.end(); ++argument)
+        rest << QString::fromStdString(*argument);
+    process->setProgram(program);
+    process->setArguments(rest);
+    QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
+    for (const auto& [name, value] : environment) variables.insert(QString::fromStdString(name), QString::fromStdString(value));
+    process->setProcessEnvironment(variables);
+    process->setStandardInputFile(QProcess::nullDevice());
+    process->setProcessChannelMode(QProcess::MergedChannels);
+    const std::string name = arguments.front();
+    QObject::connect(process, &QProcess::readyRead, process, [process, name] {
+        while (process->canReadLine() || process->bytesAvailable() > 0) {
+            const QByteArray line = process->canReadLine() ? process->readLine() : process->readAll();
+            // The command's output is its own business, but one line of it stays one log line.
+            log::info(name + ": " + text::fromLine(line.trimmed().toStdString(), 1000));
+        }
+    });
+    QObject::connect(process, &QProcess::finished, process, [process, name](int code, QProcess::ExitStatus status) {
+        if (status != QProcess::NormalExit) log::warning(name + " ended abnormally");
+        else if (code != 0) log::warning(name + " failed with exit status " + std::to_string(code));
+        else log::info(name + " done");
+        process->deleteLater();
+    });
+    QObject::connect(process, &QProcess::errorOccurred, process, [process, name](QProcess::ProcessError error) {
+        if (error != QProcess::FailedToStart) return;
+        log::warning("cannot start " + name + ": " + process->errorString().toStdString());
+        process->deleteLater();
+    });
+    log::info("starting " + name);
+    process->start();
 }
 
 } // namespace corvel

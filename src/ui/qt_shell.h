@@ -10,6 +10,8 @@ public:
     bool openFile(const std::filesystem::path& file) override;
     std::optional<std::string> webBrowser() override;
     bool startBrowser(const std::string& program, const std::string& address) override;
+    void startCommand(const std::vector<std::string>& arguments,
+                      const std::vector<std::pair<std::string, std::string>>& environment) override;
 };
 
 } // namespace corvel

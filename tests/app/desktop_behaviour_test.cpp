@@ -40,7 +40,7 @@ TEST_F(DesktopTest, AFirstRunOnAnEmptyStoreShowsEveryDefault)
     EXPECT_EQ(dataValue("character"), "Phony");
     EXPECT_THAT(spoken(), ElementsAre("You need to set up Corvel for the first time!", "Welcome to corvel!"));
     EXPECT_EQ(view.trayTip, "Corvel, version " CORVEL_VERSION);
-    EXPECT_EQ(view.trayMenu.size(), 9u);
+    EXPECT_EQ(view.trayMenu.size(), 11u);
     EXPECT_EQ(counter("newcall1", "newcall2"), "00") << "the new-calls counter is never blank";
 }
 

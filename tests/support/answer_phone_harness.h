@@ -62,6 +62,16 @@ public:
         opened.push_back(program + " " + address);
         return browserStarts;
     }
+    struct Command {
+        std::vector<std::string> arguments;
+        std::vector<std::pair<std::string, std::string>> environment;
+    };
+    std::vector<Command> commands; // started, in order
+    void startCommand(const std::vector<std::string>& arguments,
+                      const std::vector<std::pair<std::string, std::string>>& environment) override
+    {
+        commands.push_back({arguments, environment});
+    }
 };
 
 // The web: replies by address, given at once through the loop; unknown addresses fail.

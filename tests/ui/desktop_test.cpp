@@ -66,9 +66,9 @@ TEST_F(DesktopTest, TheTrayMenuHasTheAnswerPhonesCaptionsAndKeys)
         captions << (action->isSeparator() ? "-" : action->text());
         if (!action->isSeparator()) action->trigger();
     }
-    EXPECT_EQ(captions, QStringList({"-= Menu =-", "-", "Minimise", "-", "Maximise", "-", "About Corvel", "-",
-                                     "Exit Corvel"}));
-    EXPECT_EQ(keys, QStringList({"menu", "min", "max", "about", "exit"}));
+    EXPECT_EQ(captions, QStringList({"-= Menu =-", "-", "Minimise", "-", "Maximise", "-", "Block last caller", "-",
+                                     "About Corvel", "-", "Exit Corvel"}));
+    EXPECT_EQ(keys, QStringList({"menu", "min", "max", "blocklast", "about", "exit"}));
 }
 
 TEST_F(DesktopTest, TheSplashShowsTheVersionAndGoesAwayBeforeWhatFollows)

@@ -193,7 +193,7 @@ TEST_F(MainWindowTest, LocaleTextsAlwaysHaveDesignatorsAndAWrittenDate)
     EXPECT_NE(date.find("14"), std::string::npos);
 }
 
-TEST_F(MainWindowTest, EightTabsInOrderAndEveryControlByItsName)
+TEST_F(MainWindowTest, NineTabsInOrderAndEveryControlByItsName)
 {
     MainWindow window;
     const auto* tabs = window.findChild<QTabWidget*>("SSTab1");
@@ -201,14 +201,17 @@ TEST_F(MainWindowTest, EightTabsInOrderAndEveryControlByItsName)
     QStringList captions;
     for (int i = 0; i < tabs->count(); ++i) captions << tabs->tabText(i);
     EXPECT_EQ(captions, QStringList({"Calls", "Settings 1", "Settings 2", "Pictures", "Audio", "Agent", "Directory",
-                                     "About"}));
+                                     "About", "Blocked"}));
 
     std::vector<std::string> names{"newcall1", "newcall2", "new1",    "new2",     "old1",      "old2",      "l1",
                                    "l2",       "l3",       "l4",      "l5",       "Label6",    "Image2",    "Image3",
                                    "Image4",   "Image5",   "Label10", "Label18",  "Label19",   "txt_reccalls",
                                    "Command4", "ComboDevice", "Command1", "txt_phone", "Command7", "Command8",
                                    "Command9", "Command10", "File1",  "Command27", "contacts", "Command28",
-                                   "Command29", "Label37"};
+                                   "Command29", "Label37", "blocked1", "blocked2", "lab_blockedreset",
+                                   "cmd_blockcaller", "cmd_unblockcaller", "lst_blocked", "cmd_blockadd",
+                                   "cmd_blockremove", "cmd_blockimport", "cmd_blockexport"};
+    for (const auto& text : Options::textFields) names.emplace_back(text.field);
     for (const auto& option : Options::checkBoxes) names.insert(names.end(), {std::string(option.box), std::string(option.caption)});
     for (const auto& stepper : Options::steppers)
         names.insert(names.end(), {std::string(stepper.field), std::string(stepper.down), std::string(stepper.up)});
@@ -434,11 +437,11 @@ TEST_F(PhoneOnWindowTest, TheTrayMenuAnswersTheAnswerPhonesEntries)
     const QMenu* menu = window.trayIcon().menu();
     ASSERT_NE(menu, nullptr);
     const QList<QAction*> actions = menu->actions();
-    ASSERT_EQ(actions.size(), 9);
+    ASSERT_EQ(actions.size(), 11);
 
     window.setMainWindowHeight(WindowBehaviour::shrunkHeight);
     window.hide();
-    actions[6]->trigger(); // About Corvel
+    actions[8]->trigger(); // About Corvel
     EXPECT_TRUE(window.isVisible());
     EXPECT_EQ(window.findChild<QTabWidget*>("SSTab1")->currentIndex(), 7);
     EXPECT_EQ(window.mainWindowPlacement().height, WindowBehaviour::expandedHeight);

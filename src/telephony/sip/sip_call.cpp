@@ -212,6 +212,19 @@ void SipLine::drop()
     else call_->call->terminate();
 }
 
+bool SipLine::decline()
+{
+    if (!call_ || call_->phase != CurrentCall::Phase::Ringing) return false;
+    ringTimer_->setEnabled(false);
+    call_->phase = CurrentCall::Phase::Ended;
+    setCallPace(false);
+    log::info("declining the SIP call");
+    // 603 Decline: the caller's network tells them the call was refused and offers them no
+    // retry elsewhere; the stack raises the call's end, which comes back as a task.
+    call_->call->decline(lp::Reason::Declined);
+    return true;
+}
+
 void SipLine::handOver()
 {
     if (!callActive() || !core_) {

@@ -62,6 +62,7 @@ public:
     void setCallActive(bool active) override;
     void answer() override;
     void drop() override;
+    bool decline() override;
     void handOver() override;
     bool desktopCall() const override;
     void hangUpDesktopCall() override;
