@@ -38,6 +38,14 @@ namespace {
 
 using namespace corvel;
 
+// A request for the Corvel that is running: a method of its bus interface with its arguments,
+// and for those a Corvel without a session bus takes as well, the word its local socket knows.
+struct Request {
+    QString method;
+    QVariantList arguments;
+    std::string socketWord; // empty: over the bus only
+};
+
 struct CommandLine {
     bool headless = false;
     std::string configDir;
@@ -46,7 +54,7 @@ struct CommandLine {
     std::string webSite;
     std::optional<std::string> sipListen;
     std::string acsInfo;
-    std::string request; // for the Corvel that is running: "pick-up" or "hang-up"
+    std::optional<Request> request;
 };
 
 // Read before the windowing system is touched, so that --help and --version work anywhere.
@@ -66,7 +74,10 @@ CommandLine readCommandLine(int argc, char* argv[])
     const QCommandLineOption acsInfo("acs-info", "Describe the character file FILE and end.", "FILE");
     const QCommandLineOption pickUp("pick-up", "Take the caller waiting in the running Corvel, as a click on its pick-up window does.");
     const QCommandLineOption hangUp("hang-up", "End the running Corvel's call: the one on the computer's microphone and speaker, else the answered call.");
-    options.addOptions({headless, configDir, dataDir, line, webSite, sipListen, acsInfo, pickUp, hangUp});
+    const QCommandLineOption block("block", "Add NUMBER, or a prefix ending in *, to the running Corvel's block list.", "NUMBER");
+    const QCommandLineOption unblock("unblock", "Take NUMBER off the running Corvel's block list.", "NUMBER");
+    const QCommandLineOption blockLast("block-last-caller", "Block the newest caller with a number in the call log.");
+    options.addOptions({headless, configDir, dataDir, line, webSite, sipListen, acsInfo, pickUp, hangUp, block, unblock, blockLast});
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
     if (!options.parse(arguments)) {
@@ -85,17 +96,25 @@ CommandLine readCommandLine(int argc, char* argv[])
             options.value(line).toStdString(), options.value(webSite).toStdString(),
             options.isSet(sipListen) ? std::optional(options.value(sipListen).toStdString()) : std::nullopt,
             options.value(acsInfo).toStdString(),
-            options.isSet(pickUp) ? "pick-up" : options.isSet(hangUp) ? "hang-up" : ""};
+            options.isSet(pickUp)      ? std::optional<Request>({"PickUp", {}, "pick-up"})
+            : options.isSet(hangUp)    ? std::optional<Request>({"HangUp", {}, "hang-up"})
+            : options.isSet(block)     ? std::optional<Request>({"Block", {options.value(block), QString()}, ""})
+            : options.isSet(unblock)   ? std::optional<Request>({"Unblock", {options.value(unblock)}, ""})
+            : options.isSet(blockLast) ? std::optional<Request>({"BlockLastCaller", {}, ""})
+                                       : std::nullopt};
 }
 
 // Passes the command line's request to the Corvel that is running, without starting another:
 // over the session bus, or the local socket of a Corvel that has none.
-int tellRunning(const std::string& request, int argc, char* argv[])
+int tellRunning(const Request& request, int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
-    if (BusService::ask(request == "pick-up" ? "PickUp" : "HangUp")) return 0;
-    if (!SingleInstance().tell(QString::fromStdString(request))) {
-        log::error("Corvel is not running");
+    if (const auto done = BusService::ask(request.method, request.arguments)) {
+        if (!*done) log::error("Corvel could not do that");
+        return *done ? 0 : 1;
+    }
+    if (request.socketWord.empty() || !SingleInstance().tell(QString::fromStdString(request.socketWord))) {
+        log::error(request.socketWord.empty() ? "no Corvel runs on the session bus" : "Corvel is not running");
         return 1;
     }
     return 0;
@@ -129,7 +148,7 @@ int main(int argc, char* argv[])
     QGuiApplication::setDesktopFileName("org.corvel.Corvel");
     const CommandLine command = readCommandLine(argc, argv);
     if (!command.acsInfo.empty()) return acs::printCharacterInfo(command.acsInfo, std::cout, std::cerr);
-    if (!command.request.empty()) return tellRunning(command.request, argc, argv);
+    if (command.request) return tellRunning(*command.request, argc, argv);
     // Without windows there is no display to need either.
     if (command.headless && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
 
@@ -187,7 +206,8 @@ int main(int argc, char* argv[])
                        command.webSite});
 
     // Other programs and the desktop follow the calls on the session bus.
-    BusService bus(line, phone.calls.state(), phone.handling, phone.newCalls, phone.messages, phone.events);
+    BusService bus({line, phone.calls.state(), phone.handling, phone.blocking, phone.newCalls, phone.messages,
+                    phone.blockedCalls, phone.events});
     TestLineBus testLineBus(testLine);
     DesktopNotifications notifications(settings, phone.handling, phone.playback, phone.events);
 

@@ -14,15 +14,13 @@ QString fromText(std::string_view text) { return QString::fromUtf8(text.data(), 
 
 } // namespace
 
-BusService::BusService(const Line& line, const CallState& call, CallHandling& handling, const NewCalls& newCalls,
-                       const MessageStore& messages, CallEventFollowers& events)
-    : line_(line), call_(call), handling_(handling), newCalls_(newCalls), messages_(messages), events_(events)
+BusService::BusService(Collaborators with) : with_(with)
 {
     new CorvelAdaptor(this); // owned by this object; relays its signals to the bus
-    events_.add(*this);
+    with_.events.add(*this);
 }
 
-BusService::~BusService() { events_.remove(*this); }
+BusService::~BusService() { with_.events.remove(*this); }
 
 bool BusService::publish()
 {
@@ -39,50 +37,62 @@ bool BusService::publish()
     return true;
 }
 
-bool BusService::ask(const QString& method)
+std::optional<bool> BusService::ask(const QString& method, const QVariantList& arguments)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected() || !bus.interface()->isServiceRegistered(serviceName)) return false;
-    const QDBusMessage reply =
-        bus.call(QDBusMessage::createMethodCall(serviceName, objectPath, interfaceName, method), QDBus::Block, 10000);
+    if (!bus.isConnected() || !bus.interface()->isServiceRegistered(serviceName)) return std::nullopt;
+    QDBusMessage request = QDBusMessage::createMethodCall(serviceName, objectPath, interfaceName, method);
+    request.setArguments(arguments);
+    const QDBusMessage reply = bus.call(request, QDBus::Block, 10000);
     if (reply.type() == QDBusMessage::ErrorMessage) {
         log::error("Corvel did not take the request: " + reply.errorMessage().toStdString());
         return false;
     }
-    return true;
+    // A request that answers whether it was done (blocking a number) may have been refused.
+    return reply.arguments().isEmpty() || reply.arguments().constFirst().toBool();
 }
 
 // The requests run after the reply has gone: each may wait on the call for many seconds.
 void BusService::PickUp()
 {
-    QMetaObject::invokeMethod(this, [this] { handling_.takeCall(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, [this] { with_.handling.takeCall(); }, Qt::QueuedConnection);
 }
 
 void BusService::HangUp()
 {
-    QMetaObject::invokeMethod(this, [this] { handling_.hangUp(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, [this] { with_.handling.hangUp(); }, Qt::QueuedConnection);
 }
 
 void BusService::TakeMessage()
 {
-    QMetaObject::invokeMethod(this, [this] { handling_.takeMessage(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, [this] { with_.handling.takeMessage(); }, Qt::QueuedConnection);
 }
+
+bool BusService::Block(const QString& number, const QString& note)
+{
+    return with_.blocking.block(number.toStdString(), note.toStdString());
+}
+
+bool BusService::Unblock(const QString& number) { return with_.blocking.unblock(number.toStdString()); }
+
+bool BusService::BlockLastCaller() { return with_.blocking.blockLastCaller(); }
 
 QVariantMap BusService::Status() const
 {
-    const auto [newCalls, newMessages, oldMessages] = counts();
-    return {{"line", fromText(line_.deviceName())},
-            {"line-open", line_.lineOpen()},
+    const auto [newCalls, newMessages, oldMessages, blockedCalls] = counts();
+    return {{"line", fromText(with_.line.deviceName())},
+            {"line-open", with_.line.lineOpen()},
             {"phase", phase()},
             {"caller", caller_},
             {"new-calls", newCalls},
             {"new-messages", newMessages},
-            {"old-messages", oldMessages}};
+            {"old-messages", oldMessages},
+            {"blocked-calls", blockedCalls}};
 }
 
 QString BusService::phase() const
 {
-    switch (call_.callphase) {
+    switch (with_.call.callphase) {
     case CallPhase::Interrogating: return "asking-number";
     case CallPhase::PuttingThrough: return "putting-through";
     case CallPhase::TakingMessage: return "taking-message";
@@ -91,9 +101,10 @@ QString BusService::phase() const
     return ringing_ ? "ringing" : "idle";
 }
 
-std::array<int, 3> BusService::counts() const
+std::array<int, 4> BusService::counts() const
 {
-    return {newCalls_.newCallCount(), messages_.count(MessageStore::Kind::New), messages_.count(MessageStore::Kind::Old)};
+    return {with_.newCalls.newCallCount(), with_.messages.count(MessageStore::Kind::New),
+            with_.messages.count(MessageStore::Kind::Old), with_.blockedCalls.count()};
 }
 
 void BusService::ringing(std::int32_t)
@@ -119,6 +130,8 @@ void BusService::messageRecorded(const std::filesystem::path& file, std::string_
     emit MessageRecorded(QString::fromStdString(file.string()), fromText(caller));
 }
 
+void BusService::callBlocked(std::string_view caller) { emit CallBlocked(fromText(caller)); }
+
 void BusService::callEnded()
 {
     ringing_ = false;
@@ -132,7 +145,7 @@ void BusService::countsChanged()
     const auto now = counts();
     if (now == toldCounts_) return; // both counters are drawn each time; one signal for a change
     toldCounts_ = now;
-    emit CountsChanged(now[0], now[1], now[2]);
+    emit CountsChanged(now[0], now[1], now[2], now[3]);
 }
 
 } // namespace corvel

@@ -5,9 +5,12 @@
 #include <QVariantMap>
 
 #include <array>
+#include <optional>
 
+#include "app/blocking.h"
 #include "base/call_events.h"
 #include "messages/message_store.h"
+#include "records/blocked_calls.h"
 #include "records/new_calls.h"
 #include "telephony/call_handling.h"
 #include "telephony/call_state.h"
@@ -26,52 +29,64 @@ public:
     static constexpr const char* objectPath = "/org/corvel/Corvel";
     static constexpr const char* interfaceName = "org.corvel.Corvel";
 
-    BusService(const Line& line, const CallState& call, CallHandling& handling, const NewCalls& newCalls,
-               const MessageStore& messages, CallEventFollowers& events);
+    // What the service reports on and acts through, each by name.
+    struct Collaborators {
+        const Line& line;
+        const CallState& call;
+        CallHandling& handling;
+        Blocking& blocking;
+        const NewCalls& newCalls;
+        const MessageStore& messages;
+        const BlockedCalls& blockedCalls;
+        CallEventFollowers& events;
+    };
+
+    explicit BusService(Collaborators with);
     ~BusService() override;
 
     // Puts the service on the session bus; false, with a log line, when there is no bus or
     // another program holds the name.
     bool publish();
 
-    // Asks the Corvel on the session bus to run `method`; false when there is none to ask.
-    static bool ask(const QString& method);
+    // Asks the Corvel on the session bus to run `method` with `arguments`: whether it was done,
+    // or nothing when there is no Corvel on the bus to ask.
+    static std::optional<bool> ask(const QString& method, const QVariantList& arguments = {});
 
 public slots:
     void PickUp();
     void HangUp();
     void TakeMessage();
     QVariantMap Status() const;
+    bool Block(const QString& number, const QString& note);
+    bool Unblock(const QString& number);
+    bool BlockLastCaller();
 
 signals:
     void Ringing(const QString& number, const QString& name);
     void CallerId(const QString& caller, const QString& name);
     void CallerWaiting(const QString& caller);
+    void CallBlocked(const QString& caller);
     void CallEnded();
     void MessageRecorded(const QString& file, const QString& caller);
-    void CountsChanged(int newCalls, int newMessages, int oldMessages);
+    void CountsChanged(int newCalls, int newMessages, int oldMessages, int blockedCalls);
 
 private:
     void ringing(std::int32_t count) override;
     void callerAnnounced(const AnnouncedCaller& caller) override;
     void callerWaiting(std::string_view caller) override;
     void messageRecorded(const std::filesystem::path& file, std::string_view caller) override;
+    void callBlocked(std::string_view caller) override;
     void callEnded() override;
     void countsChanged() override;
 
-    std::array<int, 3> counts() const;
+    std::array<int, 4> counts() const;
     QString phase() const;
 
-    const Line& line_;
-    const CallState& call_;
-    CallHandling& handling_;
-    const NewCalls& newCalls_;
-    const MessageStore& messages_;
-    CallEventFollowers& events_;
+    Collaborators with_;
     bool ringing_ = false; // a call rings that is not answered (yet)
     QString caller_;       // the caller of the call on the line, as announced
     QString said_;
-    std::array<int, 3> toldCounts_{-1, -1, -1};
+    std::array<int, 4> toldCounts_{-1, -1, -1, -1};
 };
 
 } // namespace corvel

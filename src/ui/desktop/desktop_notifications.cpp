@@ -14,6 +14,7 @@ namespace {
 constexpr const char* service = "org.freedesktop.Notifications";
 constexpr const char* path = "/org/freedesktop/Notifications";
 constexpr const char* interface = "org.freedesktop.Notifications";
+constexpr unsigned char low = 0;      // told in passing
 constexpr unsigned char critical = 2; // stays until closed: the caller waits on it
 
 // A caller's text as a notification body: servers may read the body as markup.
@@ -39,7 +40,7 @@ bool DesktopNotifications::on() const { return settings::dataFlag(settings_, "no
 
 void DesktopNotifications::callerAnnounced(const AnnouncedCaller& caller)
 {
-    if (!on()) return;
+    if (!on() || caller.quietly) return;
     Notice notice{"Incoming call", bodyText(caller.said), {}, {}, callNotice_};
     if (caller.caller != caller.said) notice.body += "\n" + bodyText(caller.caller);
     if (!caller.picture.empty())
@@ -65,6 +66,14 @@ void DesktopNotifications::messageRecorded(const std::filesystem::path&, std::st
     if (!on()) return;
     notify({"New message", "From " + bodyText(caller), {"play", "Play"}, {}, 0},
            [this](uint id) { messageNotices_.insert(id); });
+}
+
+void DesktopNotifications::callBlocked(std::string_view caller)
+{
+    if (!on()) return;
+    Notice notice{"Call blocked", bodyText(caller), {}, {}, 0};
+    notice.hints["urgency"] = QVariant::fromValue(low);
+    notify(notice, [](uint) {});
 }
 
 void DesktopNotifications::callEnded()

@@ -17,7 +17,7 @@ namespace corvel {
 
 // Tells the desktop about calls through its notification server (org.freedesktop.Notifications):
 // the caller announced with their picture, a caller waiting with "Pick up" and "Take a message",
-// a new message with "Play". An action does what the matching click in Corvel's windows does.
+// a new message with "Play", a blocked caller turned away. An action does what the matching click in Corvel's windows does.
 // Sent while the "notifications" setting is on; with no server nothing is sent, and the log
 // says so once.
 class DesktopNotifications final : public QObject, private CallEvents {
@@ -35,6 +35,7 @@ private:
     void callerAnnounced(const AnnouncedCaller& caller) override;
     void callerWaiting(std::string_view caller) override;
     void messageRecorded(const std::filesystem::path& file, std::string_view caller) override;
+    void callBlocked(std::string_view caller) override;
     void callEnded() override;
 
     struct Notice {

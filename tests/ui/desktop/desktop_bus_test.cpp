@@ -17,6 +17,7 @@
 #include <QTemporaryDir>
 
 #include <fstream>
+#include <iterator>
 #include <functional>
 
 #include "ui/desktop/notification_server.h"
@@ -49,7 +50,8 @@ class SignalLog final : public QObject {
 public:
     SignalLog()
     {
-        for (const char* name : {"Ringing", "CallerId", "CallerWaiting", "CallEnded", "MessageRecorded", "CountsChanged"})
+        for (const char* name :
+             {"Ringing", "CallerId", "CallerWaiting", "CallBlocked", "CallEnded", "MessageRecorded", "CountsChanged"})
             QDBusConnection::sessionBus().connect(service, "/org/corvel/Corvel", "org.corvel.Corvel", name, this,
                                                   SLOT(heard(QDBusMessage)));
     }
@@ -138,6 +140,18 @@ protected:
         }
     }
 
+    // Runs "corvel ARGUMENTS" beside the running one, as a user does; its exit code. It has a
+    // runtime folder of its own, so that the local socket cannot reach Corvel: only the bus can.
+    int runCorvel(const QStringList& arguments)
+    {
+        QProcess request;
+        QProcessEnvironment elsewhere = corvel_.processEnvironment();
+        elsewhere.insert("XDG_RUNTIME_DIR", folders_.path());
+        request.setProcessEnvironment(elsewhere);
+        request.start(CORVEL_BINARY, arguments);
+        return request.waitForFinished(10000) ? request.exitCode() : -1;
+    }
+
     QTemporaryDir folders_;
     QProcess corvel_;
 };
@@ -175,7 +189,7 @@ TEST_F(DesktopBusTest, ThePickUpActionOfTheWaitingNoticeHandsTheCallerOver)
     EXPECT_TRUE(told.has("CallerId(Withheld, Withheld)"));
     EXPECT_TRUE(told.has("CallerId(3, 3)"));
     EXPECT_TRUE(told.has("CallerWaiting(3)"));
-    EXPECT_TRUE(told.has("CountsChanged(1, 0, 0)"));
+    EXPECT_TRUE(told.has("CountsChanged(1, 0, 0, 0)"));
     EXPECT_EQ(status()["phase"].toString(), "idle");
 }
 
@@ -197,10 +211,10 @@ TEST_F(DesktopBusTest, AMessageTakenOverTheBusIsToldAndPlayedFromItsNotice)
     EXPECT_EQ(message->body, "From 3");
     EXPECT_THAT(message->actions, ElementsAre("play", "Play"));
     EXPECT_EQ(told.seen.filter("MessageRecorded(").size(), 1);
-    EXPECT_TRUE(waitFor([&] { return told.has("CountsChanged(1, 1, 0)"); }));
+    EXPECT_TRUE(waitFor([&] { return told.has("CountsChanged(1, 1, 0, 0)"); }));
 
     server.invoke(message->id, "play");
-    EXPECT_TRUE(waitFor([&] { return told.has("CountsChanged(1, 0, 1)"); })) << "the message was heard";
+    EXPECT_TRUE(waitFor([&] { return told.has("CountsChanged(1, 0, 1, 0)"); })) << "the message was heard";
 }
 
 TEST_F(DesktopBusTest, WithNotificationsOffNothingIsSentAndTheCommandLinePicksUp)
@@ -208,16 +222,31 @@ TEST_F(DesktopBusTest, WithNotificationsOffNothingIsSentAndTheCommandLinePicksUp
     NotificationServer server;
     start({{"notifications", "False"}});
     callerWaits();
-    // Another runtime folder: the local socket cannot reach this Corvel, only the bus can.
-    QProcess pickUp;
-    QProcessEnvironment elsewhere = corvel_.processEnvironment();
-    elsewhere.insert("XDG_RUNTIME_DIR", folders_.path());
-    pickUp.setProcessEnvironment(elsewhere);
-    pickUp.start(CORVEL_BINARY, {"--pick-up"});
-    ASSERT_TRUE(pickUp.waitForFinished(10000));
-    EXPECT_EQ(pickUp.exitCode(), 0);
+    EXPECT_EQ(runCorvel({"--pick-up"}), 0);
     EXPECT_TRUE(waitFor(handedOver));
     EXPECT_TRUE(server.sent.empty());
+}
+
+TEST_F(DesktopBusTest, TheBlockListIsKeptOverTheBusAndABlockedCallerIsTold)
+{
+    NotificationServer server;
+    SignalLog told;
+    start();
+    EXPECT_EQ(runCorvel({"--block", "01632-960123"}), 0);
+    EXPECT_TRUE(QDBusReply<bool>(call("/org/corvel/Corvel", "org.corvel.Corvel", "Block", {"0870*", "sales"})).value());
+    EXPECT_FALSE(QDBusReply<bool>(call("/org/corvel/Corvel", "org.corvel.Corvel", "Block", {"", ""})).value());
+
+    caller("Ring", {"number", "01632 960123", "Dialler"});
+    ASSERT_TRUE(waitFor([&] { return server.find("Call blocked"); }));
+    EXPECT_EQ(server.find("Call blocked")->body, "01632 960123");
+    EXPECT_EQ(server.find("Incoming call"), nullptr) << "a blocked caller is not announced";
+    EXPECT_TRUE(waitFor([&] { return told.has("CallBlocked(01632 960123)"); }));
+    EXPECT_EQ(status()["blocked-calls"].toInt(), 1);
+
+    EXPECT_EQ(runCorvel({"--unblock", "01632960123"}), 0);
+    EXPECT_EQ(runCorvel({"--unblock", "01632960123"}), 1) << "no longer on the list";
+    std::ifstream list((folders_.path() + "/data/blocklist.txt").toStdString());
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(list), {}), "0870*,sales\r\n");
 }
 
 TEST_F(DesktopBusTest, WithoutANotificationServerTheLogSaysSoOnce)
