@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds Corvel with its tests and runs every test; then builds the
-# tests again under AddressSanitizer and UndefinedBehaviorSanitizer and runs them there too
-# (all but the slow end-to-end calls). Any sanitizer report fails the run.
+# Installs what is missing, builds Corvel with its tests and runs every test; builds the Debian
+# package and tries it installed; then builds the tests again under AddressSanitizer and
+# UndefinedBehaviorSanitizer and runs them there too (all but the slow end-to-end calls). Any
+# sanitizer report fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
 cmake --build build -j "$(nproc)"
 ctest --test-dir build --output-on-failure -j "$(nproc)" --timeout 300
+
+# The Debian package: built, checked by lintian, installed, used for one call, removed.
+scripts/package.sh
+tests/package/installed_package_test.sh build/package/corvel_*_amd64.deb
 
 cmake -S . -B build-asan -DCORVEL_SANITIZE=ON -DCMAKE_CXX_FLAGS="-O1 -g1" >/dev/null
 cmake --build build-asan -j "$(nproc)"

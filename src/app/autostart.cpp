@@ -96,7 +96,7 @@ void Autostart::setEnabled(bool on)
                               "Name=Corvel\n"
                               "Comment=Intelligent answer phone\n"
                               "Exec=" + execValue(program_.string()) + "\n"
-                              "Icon=corvel\n"
+                              "Icon=org.corvel.Corvel\n"
                               "Terminal=false\n"
                               "Hidden=" + std::string(on ? "false" : "true") + "\n";
     std::error_code error;
