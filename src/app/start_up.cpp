@@ -90,6 +90,7 @@ void AnswerPhone::startUp(std::optional<int> chosenLine)
 
     for (const Filled& option : answeringOptions) fill(option);
     view.setChecked("chk_lww", ports.autostart.enabled());
+    messages.closeGaps(); // before the first count, which stops at a gap
     loadRecords();
     for (const Filled& option : moreOptions) fill(option);
     promptFiles.loadIntoFields();

@@ -1,5 +1,6 @@
 #include "messages/message_store.h"
 
+#include "base/log.h"
 #include "base/text.h"
 
 namespace corvel {
@@ -54,6 +55,20 @@ std::string MessageStore::callerOf(std::string_view fileName)
     if (second == std::string_view::npos) return {};
     const std::string_view rest = fileName.substr(second + 1);
     return std::string(rest.substr(0, rest.find('.')));
+}
+
+void MessageStore::closeGaps() const
+{
+    for (const Kind kind : {Kind::New, Kind::Old}) {
+        int next = 1;
+        for (int slot = 1; slot <= slotCount; ++slot) {
+            const auto message = fileInSlot(kind, slot);
+            if (!message) continue;
+            const std::string moved = fileName(kind, next++, callerOf(*message));
+            if (moved == *message) continue;
+            if (folder_.rename(*message, moved)) log::warning("closed a gap among the messages: " + *message + " is now " + moved);
+        }
+    }
 }
 
 void MessageStore::checkmessages() const

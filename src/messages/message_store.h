@@ -33,6 +33,11 @@ public:
     // Counts both kinds and redraws new1/new2 and old1/old2.
     void checkmessages() const;
 
+    // Moves the messages of each kind down into an unbroken run from slot 1, keeping their
+    // order: Corvel ending between two renames of the slots (filing a heard message, closing
+    // the gap it left) would otherwise hide every message above the gap. Logs what it moved.
+    void closeGaps() const;
+
 private:
     const DataFolder& folder_;
     const TwoDigitIndicator& indicator_;

@@ -44,6 +44,15 @@ TEST_F(DesktopTest, AFirstRunOnAnEmptyStoreShowsEveryDefault)
     EXPECT_EQ(counter("newcall1", "newcall2"), "00") << "the new-calls counter is never blank";
 }
 
+TEST_F(DesktopTest, MessagesBeyondAGapAreCountedFromTheStart)
+{
+    writeFile("1-2-0123.wav", "RIFF");
+    writeFile("1-3-0456.wav", "RIFF");
+    phone.startUp();
+    EXPECT_EQ(counter("new1", "new2"), "02");
+    EXPECT_TRUE(has("1-1-0123.wav"));
+}
+
 TEST_F(DesktopTest, AChosenLineIsOpenedAndTheWindowShrunkAtStart)
 {
     settings.set("modem", "0");

@@ -33,6 +33,25 @@ TEST_F(MessageStoreTest, CountingStopsAtTheFirstGapWhichTheNextMessageFills)
     EXPECT_EQ(store.freeSlot(Kind::Old), 1);
 }
 
+TEST_F(MessageStoreTest, GapsLeftByAnInterruptedRenamingAreClosedInSlotOrder)
+{
+    writeFile("1-2-b.wav", "b"); // the first was filed as heard; the gap it left was not closed
+    writeFile("1-3-c.wav", "c");
+    writeFile("2-1-x.wav", "x"); // closing a gap among the old ones stopped half-way
+    writeFile("2-3-z.wav", "z");
+    writeFile("2-5-w.wav", "w");
+    store.closeGaps();
+    EXPECT_EQ(readFile("1-1-b.wav"), "b");
+    EXPECT_EQ(readFile("1-2-c.wav"), "c");
+    EXPECT_EQ(readFile("2-1-x.wav"), "x");
+    EXPECT_EQ(readFile("2-2-z.wav"), "z");
+    EXPECT_EQ(readFile("2-3-w.wav"), "w");
+    EXPECT_EQ(store.count(Kind::New), 2);
+    EXPECT_EQ(store.count(Kind::Old), 3);
+    EXPECT_FALSE(has("1-3-c.wav"));
+    EXPECT_FALSE(has("2-5-w.wav"));
+}
+
 TEST_F(MessageStoreTest, NinetyEightMessagesFillTheStore)
 {
     messages('1', 1, 98);
