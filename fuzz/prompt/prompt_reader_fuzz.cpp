@@ -1,24 +1,20 @@
 // libFuzzer target for prompt files: whatever a file the user picks as a prompt holds, reading
 // it as the line plays it neither crashes nor gives a length at odds with its samples.
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "scratch_file.h"
 #include "telephony/line_audio.h"
 
 namespace {
 
 const std::filesystem::path& promptFile()
 {
-    static const std::filesystem::path file = [] {
-        std::string pattern = (std::filesystem::temp_directory_path() / "corvel-prompt-fuzz-XXXXXX").string();
-        return std::filesystem::path(::mkdtemp(pattern.data())) / "prompt.wav";
-    }();
+    static const std::filesystem::path file = corvel::fuzzing::scratchFile("prompt.wav");
     return file;
 }
 

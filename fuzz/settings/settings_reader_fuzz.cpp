@@ -2,8 +2,6 @@
 // does not crash, a value written is read back as written, and the rewritten file keeps every
 // other value it could read before.
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -12,6 +10,7 @@
 #include <string_view>
 
 #include "base/ini_settings_store.h"
+#include "scratch_file.h"
 
 namespace {
 
@@ -19,10 +18,7 @@ using namespace corvel;
 
 const std::filesystem::path& settingsFile()
 {
-    static const std::filesystem::path file = [] {
-        std::string pattern = (std::filesystem::temp_directory_path() / "corvel-settings-fuzz-XXXXXX").string();
-        return std::filesystem::path(::mkdtemp(pattern.data())) / "corvel.conf";
-    }();
+    static const std::filesystem::path file = corvel::fuzzing::scratchFile("corvel.conf");
     return file;
 }
 
