@@ -36,7 +36,9 @@ std::optional<BlockList::Entry> BlockList::parse(std::string_view line)
     const auto comma = trimmed.find(',');
     Entry entry;
     entry.number = compactNumber(trimmed.substr(0, comma));
-    if (comma != std::string_view::npos) entry.note = text::fromLine(text::trim(trimmed.substr(comma + 1)), maxNoteBytes);
+    // Trimmed again once the controls are gone, so that a rewritten file reads as the same entry.
+    if (comma != std::string_view::npos)
+        entry.note = text::trim(text::fromLine(text::trim(trimmed.substr(comma + 1)), maxNoteBytes));
     if (entry.number.ends_with('*')) {
         entry.prefix = true;
         entry.number.pop_back();
