@@ -5,14 +5,14 @@
 
 #include "base/log.h"
 #include "base/text.h"
-#include "records/directory.h"
+#include "records/typed_number.h"
 
 namespace corvel {
 namespace {
 
 constexpr std::string_view scratchName = "blocklist.txt.part";
 
-std::string numberKey(std::string_view number) { return text::lower(Directory::normalise(number)); }
+std::string numberKey(std::string_view number) { return text::lower(compactNumber(number)); }
 
 bool matches(const BlockList::Entry& entry, const std::string& caller)
 {
@@ -35,8 +35,10 @@ std::optional<BlockList::Entry> BlockList::parse(std::string_view line)
     const std::string_view trimmed = text::trim(line);
     const auto comma = trimmed.find(',');
     Entry entry;
-    entry.number = Directory::normalise(trimmed.substr(0, comma));
-    if (comma != std::string_view::npos) entry.note = text::fromLine(text::trim(trimmed.substr(comma + 1)), maxNoteBytes);
+    entry.number = compactNumber(trimmed.substr(0, comma));
+    // Trimmed again once the controls are gone, so that a rewritten file reads as the same entry.
+    if (comma != std::string_view::npos)
+        entry.note = text::trim(text::fromLine(text::trim(trimmed.substr(comma + 1)), maxNoteBytes));
     if (entry.number.ends_with('*')) {
         entry.prefix = true;
         entry.number.pop_back();

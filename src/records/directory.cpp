@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "records/typed_number.h"
 
 namespace corvel {
 namespace {
@@ -27,11 +28,6 @@ Directory::Directory(const DataFolder& folder, View& view, CharacterSpeech& spee
 {
 }
 
-std::string Directory::normalise(std::string_view typed)
-{
-    return text::removeAll(text::removeAll(text::removeAll(typed, '-'), ' '), ',');
-}
-
 void Directory::loadcontacts()
 {
     std::vector<std::string> items;
@@ -47,7 +43,7 @@ void Directory::addContact()
     const std::string typed = view_.inputBox("Please enter the full telephone number of your new contact",
                                              "Telephone number");
     if (typed.size() < 2) return;
-    const std::string number = normalise(typed);
+    const std::string number = compactNumber(typed);
     const std::string name =
         view_.inputBox("Please enter the name you wish to hear when " + number + " calls you.", "Enter name");
     // One entry a line: a line break typed into the name would make a second one.

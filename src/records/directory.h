@@ -30,9 +30,6 @@ public:
     // that contains it.
     bool holds(std::string_view number) const;
 
-    // A number as the user typed it, without "-", " " and ",".
-    static std::string normalise(std::string_view typed);
-
 private:
     const DataFolder& folder_;
     View& view_;

@@ -20,6 +20,11 @@ TEST(BlockListLine, NumbersLoseTheirSeparatorsAndKeepANoteAndAPrefixMark)
     EXPECT_EQ(BlockList::parse("0870*,sales, all of them"), (Entry{"0870", true, "sales, all of them"}));
     EXPECT_EQ(BlockList::parse(" +44 20* \r"), (Entry{"+4420", true, ""}));
     EXPECT_EQ(BlockList::format(Entry{"0870", true, "sales"}), "0870*,sales");
+    // A note whose ends were controls keeps no blanks they hid, so it reads the same once written back.
+    const auto hidden = BlockList::parse(std::string("0870,sales \x01\0", 13));
+    ASSERT_NE(hidden, std::nullopt);
+    EXPECT_EQ(hidden->note, "sales");
+    EXPECT_EQ(BlockList::parse(BlockList::format(*hidden)), hidden);
     // Nothing that would block everyone or that no line could deliver.
     for (const char* bad : {"", "*", " - ,note", "08*70", "12\x01" "3", "\xff\xfe"})
         EXPECT_EQ(BlockList::parse(bad), std::nullopt) << bad;

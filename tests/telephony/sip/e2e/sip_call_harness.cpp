@@ -21,6 +21,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "support/wave_files.h"
+
 extern char** environ;
 
 namespace corvel::e2e {
@@ -251,7 +253,7 @@ bool Corvel::start(const std::string& line)
         std::vector<std::string>{CORVEL_BINARY, "--headless", "--line", line, "--sip-listen",
                                  "127.0.0.1:" + std::to_string(port_), "--config-dir", (root_ / "config").string(),
                                  "--data-dir", data().string(), "--web-site", "http://127.0.0.1:9/"},
-        environment(), root_ / "corvel.log");
+        environment(), root_ / "corvel.log", root_);
     if (!waitForLog("the SIP line listens on 127.0.0.1:", 30s)) return false;
     // A port taken meanwhile moves the line to the next one.
     const std::string text = log();
@@ -392,15 +394,34 @@ bool Corvel::waitForLog(const std::string& text, std::chrono::milliseconds limit
     return eventually([&] { return logHas(text); }, limit);
 }
 
-std::vector<std::string> Corvel::calls() const
+std::vector<std::string> Corvel::records(const std::string& file) const
 {
     std::vector<std::string> lines;
-    std::stringstream text(readText(data() / "calls.txt"));
+    std::stringstream text(readText(data() / file));
     for (std::string line; std::getline(text, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (!line.empty()) lines.push_back(line);
     }
     return lines;
+}
+
+void Corvel::useOwnPrompts()
+{
+    const fs::path folder = root_ / "prompts";
+    fs::create_directories(folder);
+    const auto tone = [&](const std::string& name, double seconds, int rate, int channels, int format) {
+        testing::Wave wave{rate, channels, {}, format};
+        for (int i = 0; i < static_cast<int>(seconds * rate); ++i) {
+            const auto s = static_cast<short>(6000 * std::sin(2 * M_PI * 523 * i / rate));
+            for (int c = 0; c < channels; ++c) wave.samples.push_back(s);
+        }
+        testing::writeWave(folder / name, wave);
+        return (folder / name).string();
+    };
+    const std::string greeting = tone("greeting.wav", 0.8, 22050, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    for (const char* key : {"morning", "afternoon", "evening"}) set("audio", key, greeting);
+    set("audio", "nobody", tone("nobody.wav", 1.5, 8000, 1, SF_FORMAT_WAV | SF_FORMAT_ALAW));
+    set("audio", "leavemessage", tone("leave.WAV", 1.0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
 }
 
 std::chrono::milliseconds Corvel::promptLength(const std::string& file) const
@@ -455,6 +476,11 @@ std::string stepsXml(const std::vector<Step>& steps)
         }
     }
     return xml;
+}
+
+std::vector<Step> leaveAMessage(std::chrono::milliseconds nobody, std::chrono::milliseconds leave)
+{
+    return {pause(nobody + 3000ms), key('1'), pause(leave + 1000ms), speech(), pause(7500ms), key('5')};
 }
 
 Sipp::Sipp(const Corvel& corvel) : corvel_(corvel), port_(freePort()), mediaPort_(freePort(4))

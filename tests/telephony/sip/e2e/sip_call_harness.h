@@ -58,7 +58,8 @@ std::string readText(const std::filesystem::path& path);
 // Waits until `done` holds or `limit` passes, looking every 50 ms.
 bool eventually(const std::function<bool()>& done, std::chrono::milliseconds limit);
 
-// A headless Corvel on the SIP line, with its own settings, data, cache and runtime folders.
+// A headless Corvel on the SIP line, with its own settings, data, cache and runtime folders,
+// working in its root folder, where any file a command it starts makes lands too.
 class Corvel {
 public:
     Corvel();
@@ -83,7 +84,12 @@ public:
     std::string log() const;
     bool logHas(const std::string& text) const;
     bool waitForLog(const std::string& text, std::chrono::milliseconds limit) const;
-    std::vector<std::string> calls() const; // lines of calls.txt
+    // The lines of one of its record files in the data folder ("blocked.txt"); calls.txt for calls().
+    std::vector<std::string> records(const std::string& file) const;
+    std::vector<std::string> calls() const { return records("calls.txt"); }
+    // Short prompts of the user's own in place of the greetings, "nobody" and "leave a message",
+    // in formats the SIP stack cannot play as they are: 0.8 s, 1.5 s and 1 s. Before start().
+    void useOwnPrompts();
     bool running() { return process_ && process_->running(); }
     int pid() const { return process_ ? process_->pid() : -1; }
     // The length of a prompt file it plays, read from its data folder.
@@ -139,6 +145,10 @@ Step speech();
 Step info(std::string contentType, std::string body);
 // The steps as SIPp scenario XML.
 std::string stepsXml(const std::vector<Step>& steps);
+// What a caller who leaves a message does once the "nobody" prompt has begun: press 1 a few
+// seconds after it (Corvel waits 10 s for it), speak once the leave-a-message prompt is over,
+// then press a key.
+std::vector<Step> leaveAMessage(std::chrono::milliseconds nobody, std::chrono::milliseconds leave);
 
 // A SIPp run: the scenario from the test tree with its {{placeholders}} filled in.
 struct SippResult {

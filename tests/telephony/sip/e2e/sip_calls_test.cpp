@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <cmath>
 #include <csignal>
 #include <thread>
 #include <fstream>
@@ -38,40 +37,12 @@ protected:
         corvel.set("sip", "ringinterval", "300");
     }
 
-    // Short prompts of the user's own, in formats the SIP stack cannot play as they are.
-    void useOwnPrompts()
-    {
-        const fs::path folder = corvel.root() / "prompts";
-        fs::create_directories(folder);
-        const auto tone = [&](const std::string& name, double seconds, int rate, int channels, int format) {
-            testing::Wave wave{rate, channels, {}, format};
-            for (int i = 0; i < static_cast<int>(seconds * rate); ++i) {
-                const auto s = static_cast<short>(6000 * std::sin(2 * M_PI * 523 * i / rate));
-                for (int c = 0; c < channels; ++c) wave.samples.push_back(s);
-            }
-            testing::writeWave(folder / name, wave);
-            return (folder / name).string();
-        };
-        const std::string greeting = tone("greeting.wav", 0.8, 22050, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-        for (const char* key : {"morning", "afternoon", "evening"}) corvel.set("audio", key, greeting);
-        corvel.set("audio", "nobody", tone("nobody.wav", 1.5, 8000, 1, SF_FORMAT_WAV | SF_FORMAT_ALAW));
-        corvel.set("audio", "leavemessage", tone("leave.WAV", 1.0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
-    }
-
     milliseconds prompt(const std::string& file) const { return corvel.promptLength(file); }
 
     static std::string explain(const SippResult& result) { return "SIPp said:\n" + result.output; }
 
     Corvel corvel;
 };
-
-// What a caller who leaves a message does once the "nobody" prompt has begun: press 1 a few
-// seconds after it (Corvel waits 10 s for it), speak once the leave-a-message prompt is over,
-// then press a key.
-std::vector<Step> leaveAMessage(milliseconds nobody, milliseconds leave)
-{
-    return {pause(nobody + 3000ms), key('1'), pause(leave + 1000ms), speech(), pause(7500ms), key('5')};
-}
 
 TEST_F(SipCallTest, AWithheldCallerKeysTheirNumberHearsItReadBackAndLeavesAMessage)
 {
@@ -113,7 +84,7 @@ TEST_F(SipCallTest, AWithheldCallerKeysTheirNumberHearsItReadBackAndLeavesAMessa
 
 TEST_F(SipCallTest, ACallersNumberIsReadBackBeforeTheyLeaveAMessage)
 {
-    useOwnPrompts();
+    corvel.useOwnPrompts();
     corvel.set("data", "allcalls", "True");
     ASSERT_TRUE(corvel.start()) << corvel.log();
     RtpSink ear;
@@ -150,7 +121,7 @@ TEST_F(SipCallTest, ACallersNumberIsReadBackBeforeTheyLeaveAMessage)
 
 TEST_F(SipCallTest, ACallerWhoHangsUpWhileRecordingLeavesACompleteMessage)
 {
-    useOwnPrompts();
+    corvel.useOwnPrompts();
     corvel.set("data", "allcalls", "True");
     ASSERT_TRUE(corvel.start()) << corvel.log();
     Sipp caller(corvel);
@@ -178,7 +149,7 @@ TEST_F(SipCallTest, ACallerWhoHangsUpWhileRecordingLeavesACompleteMessage)
 // ends as a close does: the caller is hung up on and the message so far is kept whole.
 TEST_F(SipCallTest, ASignalToEndWhileACallerSpeaksHangsUpAndKeepsTheMessage)
 {
-    useOwnPrompts();
+    corvel.useOwnPrompts();
     corvel.set("data", "allcalls", "True");
     ASSERT_TRUE(corvel.start()) << corvel.log();
     Sipp caller(corvel);
@@ -256,7 +227,8 @@ TEST_F(SipCallTest, ASecondCallerDuringACallHearsBusy)
 
     Sipp second(corvel);
     second.fill("from", "<sip:0200@127.0.0.1>");
-    const SippResult busy = second.run("busy_call.xml", 15s);
+    second.fill("refusal", "486");
+    const SippResult busy = second.run("refused_call.xml", 15s);
     EXPECT_EQ(busy.exitCode, 0) << explain(busy) << corvel.log();
     const SippResult answered = first.finish();
     EXPECT_EQ(answered.exitCode, 0) << explain(answered) << corvel.log();
@@ -363,7 +335,7 @@ protected:
     {
         SipCallTest::SetUp();
         if (IsSkipped()) return;
-        useOwnPrompts();
+        corvel.useOwnPrompts();
         corvel.set("data", "allcalls", "True");
         corvel.set("data", "ansa", "False"); // put callers through rather than take a message
         corvel.set("data", "transfer", "30");
