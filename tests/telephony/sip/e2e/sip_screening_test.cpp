@@ -128,6 +128,8 @@ TEST_F(SipScreeningTest, ATrustedCallerIsAnnouncedAndLeftRingingEvenWithAllCalls
     writeData("directory.ini", "0123456,Jane\r\n");
     corvel.set("data", "trusted", "True");
     ASSERT_TRUE(corvel.start()) << corvel.log();
+    // Start-up speaks its welcome after the line listens; what is said of the call comes after.
+    ASSERT_TRUE(corvel.waitForLog("Welcome to corvel!", 10s)) << corvel.log();
     const std::size_t started = corvel.log().size();
     {
         // About a dozen rings, none of them answered: cancelled_call.xml fails on a 200.
@@ -210,6 +212,8 @@ protected:
 TEST_F(SipQuietHoursTest, ACallIsAnsweredAtOnceForAMessageAndTheMessageCommandRuns)
 {
     ASSERT_TRUE(corvel.start()) << corvel.log();
+    // Start-up speaks its welcome after the line listens; what is said of the call comes after.
+    ASSERT_TRUE(corvel.waitForLog("Welcome to corvel!", 10s)) << corvel.log();
     const std::size_t started = corvel.log().size();
     const SippResult result = leaveMessageFrom("\"Jo Bloggs\" <sip:01234@127.0.0.1>");
     EXPECT_EQ(result.exitCode, 0) << "SIPp said:\n" << result.output << corvel.log();
