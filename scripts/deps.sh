@@ -6,7 +6,7 @@ packages=(
   cmake g++ make pkg-config
   qt6-base-dev qt6-multimedia-dev libgl-dev
   libsndfile1-dev libsamplerate0-dev
-  mgetty-voice mgetty-pvftools
+  mgetty-voice mgetty-pvftools kamailio
   liblinphone-dev sip-tester baresip-core
   libespeak-ng-dev libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us libx11-dev
   espeak-ng sox xdg-utils xvfb xauth pulseaudio dbus libglib2.0-bin librsvg2-bin

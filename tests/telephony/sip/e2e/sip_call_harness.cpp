@@ -506,7 +506,7 @@ std::vector<std::string> Sipp::prepare(const std::string& scenario, std::chrono:
     std::ofstream(folder_ / scenario) << xml;
     const auto seconds = std::to_string((limit.count() + 999) / 1000) + "s";
     std::vector<std::string> arguments{findProgram("sipp").value_or("sipp").string()};
-    if (!server) arguments.push_back("127.0.0.1:" + std::to_string(corvel_.port()));
+    if (!server) arguments.push_back("127.0.0.1:" + std::to_string(target_.value_or(corvel_.port())));
     for (const std::string& argument :
          {std::string("-i"), std::string("127.0.0.1"), std::string("-mi"), std::string("127.0.0.1"), std::string("-p"),
           std::to_string(port_), std::string("-mp"), std::to_string(mediaPort_), std::string("-m"), std::string("1"),

@@ -161,6 +161,8 @@ public:
     void fill(const std::string& placeholder, const std::string& value) { fills_[placeholder] = value; }
     // Further command-line options (several calls, a call rate).
     void options(std::vector<std::string> more) { options_ = std::move(more); }
+    // Sends its requests to `port` on loopback, a proxy in front of Corvel, rather than to Corvel.
+    void via(int port) { target_ = port; }
     // The messages SIPp sent and received, with their times.
     std::string messages() const;
     // Runs `scenario` against Corvel (or as a server when `server`), bounded by `limit`.
@@ -180,6 +182,7 @@ private:
     int mediaPort_;
     std::map<std::string, std::string> fills_;
     std::vector<std::string> options_;
+    std::optional<int> target_;
     std::unique_ptr<Process> process_;
     std::chrono::milliseconds limit_{0};
     std::filesystem::path output_;
