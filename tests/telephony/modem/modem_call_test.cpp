@@ -260,6 +260,26 @@ TEST_F(ModemLineTest, ClosingTheLineInACallGoesOnHookBeforeThePortCloses)
     EXPECT_THAT(captured.lines, Contains(HasSubstr("closed the modem")));
 }
 
+TEST_F(ModemLineTest, AModemThatStopsAnsweringInACallGivesUpTheCallAndTheLineComesBack)
+{
+    answerCall();
+    play((folder / "one.wav").string());
+    loop.runFor(100ms);
+    modem().faults().deaf = true;
+    line.setPlaying(false); // the end of the prompt is the next command it does not answer
+    loop.runFor(30s);
+    EXPECT_EQ(events.count("callerHungUp"), 1) << "the call is given up";
+    EXPECT_TRUE(captured.has("does not answer"));
+
+    modem().faults().deaf = false;
+    loop.runFor(60s);
+    ScriptedCall next;
+    next.identity = ScriptedCall::Identity::Withheld;
+    line.placeCall(next);
+    loop.runFor(20s);
+    EXPECT_EQ(events.count("ring 2"), 2) << "the line was opened again and the next call rings";
+}
+
 TEST(ModemLineLastWords, ADriverThatGoesInTheMiddleOfACallLeavesTheModemOnHook)
 {
     VirtualEventLoop loop;
