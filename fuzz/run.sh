@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Builds one fuzz target with clang and runs it for a while (300 s unless told):
-#   fuzz/run.sh NAME [SECONDS]     NAME: acs, blocklist, modem, prompt, settings, sip or text
+#   fuzz/run.sh NAME [SECONDS]     NAME: acs, blocklist, modem, prompt, records, settings, sip or text
 # Needs Debian's clang and libclang-rt-14-dev (libFuzzer and the sanitizers). A crash is left
 # as build-fuzz/crash-*; fuzz/<name>/corpus keeps the seeds, build-fuzz/<name>-corpus what grew.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-name=${1:?"usage: fuzz/run.sh acs|blocklist|modem|prompt|settings|sip|text [SECONDS]"}
+name=${1:?"usage: fuzz/run.sh acs|blocklist|modem|prompt|records|settings|sip|text [SECONDS]"}
 seconds=${2:-300}
 [[ -d fuzz/$name/corpus ]] || { echo "fuzz/run.sh: no fuzz target \"$name\""; exit 1; }
 command -v clang++ >/dev/null || { echo "fuzz/run.sh: clang++ is not installed (apt-get install clang libclang-rt-14-dev)"; exit 1; }
