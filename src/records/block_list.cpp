@@ -95,7 +95,8 @@ bool BlockList::add(std::string_view typed, std::string_view note)
         log::warning("not blocked: \"" + text::fromLine(typed, maxNumberBytes) + "\" is no telephone number");
         return false;
     }
-    entry->note = text::fromLine(text::removeAll(note, ','), maxNoteBytes);
+    // Trimmed as a read trims it, so that the note written is the note read back.
+    entry->note = std::string(text::trim(text::fromLine(text::removeAll(note, ','), maxNoteBytes)));
     auto all = entries();
     if (std::any_of(all.begin(), all.end(), [&](const Entry& other) { return sameEntry(other, *entry); })) return true;
     all.push_back(std::move(*entry));

@@ -52,9 +52,9 @@ TEST_F(BlockListTest, AddingAndRemovingRewritesTheFileWholeAndNeverRepeatsAnEntr
 {
     EXPECT_TRUE(list.add("0123 456-7", "pest,again"));
     EXPECT_TRUE(list.add("01234567"));
-    EXPECT_TRUE(list.add("0870*"));
+    EXPECT_TRUE(list.add("0870*", " sales "));
     EXPECT_FALSE(list.add("*"));
-    EXPECT_EQ(file(), "01234567,pestagain\r\n0870*\r\n");
+    EXPECT_EQ(file(), "01234567,pestagain\r\n0870*,sales\r\n");
     EXPECT_FALSE(list.remove("0870")) << "the prefix is not the number";
     EXPECT_TRUE(list.remove("0870*"));
     EXPECT_EQ(file(), "01234567,pestagain\r\n");
