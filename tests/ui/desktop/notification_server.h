@@ -61,11 +61,11 @@ public slots:
     }
     void CloseNotification(uint id) { closed.push_back(id); }
     QStringList GetCapabilities() { return {"actions", "body", "body-markup"}; }
-    QString GetServerInformation(QString& vendor, QString& version, QString& specification)
+    QString GetServerInformation(QString& vendor, QString& version, QString& protocolVersion)
     {
         vendor = "Corvel tests";
         version = "1";
-        specification = "1.2";
+        protocolVersion = "1.2";
         return "test notification server";
     }
 
