@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "emulated_modem_line.h"
+#include "support/ignoring_line_events.h"
 #include "support/wave_files.h"
 #include "telephony/modem/modem_stream.h"
 #include "ui/qt_event_loop.h"
@@ -42,7 +43,7 @@ double cpuSeconds()
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-class Listener final : public LineEvents {
+class Listener final : public testing::IgnoringLineEvents {
 public:
     explicit Listener(Line& line) : line_(line) {}
     int rings = 0;
@@ -51,7 +52,6 @@ public:
     bool restart = true;
 
     void ring(std::int32_t) override { ++rings; }
-    void callerId() override {}
     void connected() override { up = true; }
     void digitReceived(char16_t) override
     {
@@ -59,12 +59,6 @@ public:
         stopped.push_back(Steady::now());
         if (restart) line_.startPlay(); // the next prompt, for the next key
     }
-    void callOwnerChanged() override {}
-    void callStateChanged() override {}
-    void mediaModeChanged() override {}
-    void callerHungUp() override {}
-    void playDone() override {}
-    void desktopCallEnded() override {}
 
 private:
     Line& line_;

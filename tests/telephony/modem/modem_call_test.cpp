@@ -2,6 +2,7 @@
 // up, and handing the call over or hanging it up.
 
 #include "modem_line_fixture.h"
+#include "support/ignoring_line_events.h"
 #include "telephony/modem/voice_codec.h"
 
 namespace corvel::testing {
@@ -112,19 +113,12 @@ TEST_F(ModemLineTest, KeysAreReportedOncePerPressOnlyWhileDigitMonitoringIsOn)
 TEST_F(ModemLineTest, AKeyStopsThePromptWithinTheSameMomentOfVirtualTime)
 {
     // A call logic that stops the prompt on any key, as the dialogue does.
-    struct StopOnKey : LineEvents {
+    struct StopOnKey : IgnoringLineEvents {
         Line* line = nullptr;
         RecordingLineEvents* log = nullptr;
         void ring(std::int32_t count) override { log->ring(count); }
-        void callerId() override {}
         void connected() override { log->connected(); }
         void digitReceived(char16_t) override { line->setPlaying(false); }
-        void callOwnerChanged() override {}
-        void callStateChanged() override {}
-        void mediaModeChanged() override {}
-        void callerHungUp() override {}
-        void playDone() override {}
-        void desktopCallEnded() override {}
     } stopper;
     RecordingLineEvents& stopperLog = events;
     stopper.line = &line;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "emulated_modem_line.h"
+#include "support/ignoring_line_events.h"
 #include "support/wave_files.h"
 #include "ui/qt_event_loop.h"
 
@@ -69,25 +70,19 @@ TEST_F(QtModemTest, AWatchCallsWhileEnabledAndMayEndItselfInItsHandler)
 }
 
 // A listener that stops the prompt on a key, as the dialogue does.
-class Caller final : public LineEvents {
+class Caller final : public IgnoringLineEvents {
 public:
     explicit Caller(Line& line) : line_(line) {}
     int rings = 0, digits = 0, hungUp = 0;
     bool connectedNow = false;
     void ring(std::int32_t) override { ++rings; }
-    void callerId() override {}
     void connected() override { connectedNow = true; }
     void digitReceived(char16_t) override
     {
         ++digits;
         line_.setPlaying(false);
     }
-    void callOwnerChanged() override {}
-    void callStateChanged() override {}
-    void mediaModeChanged() override {}
     void callerHungUp() override { ++hungUp; }
-    void playDone() override {}
-    void desktopCallEnded() override {}
 
 private:
     Line& line_;
