@@ -39,6 +39,20 @@ QPushButton* button(QWidget* parent, std::string_view name, const QString& capti
     return widget;
 }
 
+// Buttons standing together at the right of a page, under what they act on.
+struct NamedButton {
+    std::string_view name;
+    const char* caption;
+};
+QHBoxLayout* buttonRow(QWidget* page, std::initializer_list<NamedButton> buttons)
+{
+    auto* row = new QHBoxLayout;
+    row->setSpacing(6);
+    row->addStretch(1);
+    for (const NamedButton& each : buttons) row->addWidget(button(page, each.name, each.caption));
+    return row;
+}
+
 ClickableLabel* caption(QWidget* parent, std::string_view name, const QString& text, const char* role)
 {
     auto* widget = named<ClickableLabel>(parent, name);
@@ -231,12 +245,8 @@ QWidget* MainWindow::callsPage()
     recent->setPlaceholderText("No calls yet");
     new CallListHighlighter(recent->document());
     layout->addWidget(recent, 1);
-    auto* row = new QHBoxLayout;
-    row->addStretch(1);
-    row->addWidget(button(page, "cmd_blockcaller", "Block caller"));
-    row->addWidget(button(page, "cmd_unblockcaller", "Unblock"));
-    row->addWidget(button(page, "Command4", "Clear call list"));
-    layout->addLayout(row);
+    layout->addLayout(buttonRow(
+        page, {{"cmd_blockcaller", "Block caller"}, {"cmd_unblockcaller", "Unblock"}, {"Command4", "Clear call list"}}));
     return page;
 }
 
@@ -402,12 +412,7 @@ QWidget* MainWindow::directoryPage()
     contacts->setWordWrap(true);
     contacts->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     layout->addWidget(contacts, 1);
-    auto* row = new QHBoxLayout;
-    row->setSpacing(6);
-    row->addStretch(1);
-    row->addWidget(button(page, "Command28", "Add"));
-    row->addWidget(button(page, "Command29", "Delete"));
-    layout->addLayout(row);
+    layout->addLayout(buttonRow(page, {{"Command28", "Add"}, {"Command29", "Delete"}}));
     return page;
 }
 
@@ -417,14 +422,8 @@ QWidget* MainWindow::blockedPage()
     auto* layout = pageLayout(page);
     layout->addWidget(label(page, "Numbers, or starts of numbers ending in *, that are never put through", "note"));
     layout->addWidget(named<QListWidget>(page, "lst_blocked"), 1);
-    auto* row = new QHBoxLayout;
-    row->setSpacing(6);
-    row->addStretch(1);
-    row->addWidget(button(page, "cmd_blockimport", "Import"));
-    row->addWidget(button(page, "cmd_blockexport", "Export"));
-    row->addWidget(button(page, "cmd_blockadd", "Add"));
-    row->addWidget(button(page, "cmd_blockremove", "Remove"));
-    layout->addLayout(row);
+    layout->addLayout(buttonRow(
+        page, {{"cmd_blockimport", "Import"}, {"cmd_blockexport", "Export"}, {"cmd_blockadd", "Add"}, {"cmd_blockremove", "Remove"}}));
     return page;
 }
 
