@@ -36,7 +36,7 @@ void MessagePlayback::playNew()
     play(*message);
     const auto slot = store_.freeSlot(Kind::Old);
     if (slot && folder_.rename(*message, MessageStore::fileName(Kind::Old, *slot, caller))) {
-        closeGap(Kind::New);
+        store_.closeGap(Kind::New);
     } else {
         log::warning("no room among the old messages: " + *message + " stays new");
     }
@@ -59,7 +59,7 @@ void MessagePlayback::playOld()
     } else {
         moveToDesktop(*message);
     }
-    closeGap(Kind::Old);
+    store_.closeGap(Kind::Old);
     finish();
 }
 
@@ -67,15 +67,6 @@ void MessagePlayback::play(const std::string& message)
 {
     const auto source = folder_.file(message);
     if (source && folder_.copyIn(*source, "temp.wav")) speaker_.playfile(folder_.file("temp.wav")->string());
-}
-
-void MessagePlayback::closeGap(Kind kind)
-{
-    for (int slot = 2; slot <= MessageStore::slotCount; ++slot) {
-        const auto message = store_.fileInSlot(kind, slot);
-        if (!message) break;
-        folder_.rename(*message, MessageStore::fileName(kind, slot - 1, MessageStore::callerOf(*message)));
-    }
 }
 
 void MessagePlayback::moveToDesktop(const std::string& message)

@@ -27,7 +27,6 @@ public:
 private:
     // Plays a copy, "temp.wav", so that the message itself can be renamed meanwhile.
     void play(const std::string& message);
-    void closeGap(MessageStore::Kind kind);
     void moveToDesktop(const std::string& message);
     void finish();
 

@@ -57,17 +57,24 @@ std::string MessageStore::callerOf(std::string_view fileName)
     return std::string(rest.substr(0, rest.find('.')));
 }
 
+int MessageStore::closeGap(Kind kind) const
+{
+    int next = 1, moved = 0;
+    for (int slot = 1; slot <= slotCount; ++slot) {
+        const auto message = fileInSlot(kind, slot);
+        if (!message) continue;
+        const std::string name = fileName(kind, next++, callerOf(*message));
+        if (name != *message && folder_.rename(*message, name)) ++moved;
+    }
+    return moved;
+}
+
 void MessageStore::closeGaps() const
 {
     for (const Kind kind : {Kind::New, Kind::Old}) {
-        int next = 1;
-        for (int slot = 1; slot <= slotCount; ++slot) {
-            const auto message = fileInSlot(kind, slot);
-            if (!message) continue;
-            const std::string moved = fileName(kind, next++, callerOf(*message));
-            if (moved == *message) continue;
-            if (folder_.rename(*message, moved)) log::warning("closed a gap among the messages: " + *message + " is now " + moved);
-        }
+        if (const int moved = closeGap(kind))
+            log::warning("closed a gap among the " + std::string(kind == Kind::New ? "new" : "old") + " messages: " +
+                         std::to_string(moved) + " moved down");
     }
 }
 

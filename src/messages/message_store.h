@@ -33,9 +33,11 @@ public:
     // Counts both kinds and redraws new1/new2 and old1/old2.
     void checkmessages() const;
 
-    // Moves the messages of each kind down into an unbroken run from slot 1, keeping their
-    // order: Corvel ending between two renames of the slots (filing a heard message, closing
-    // the gap it left) would otherwise hide every message above the gap. Logs what it moved.
+    // Moves the messages of `kind` down into an unbroken run from slot 1, keeping their order;
+    // how many moved. Filing a heard message leaves such a gap at its slot.
+    int closeGap(Kind kind) const;
+    // The same for both kinds, logging what moved: Corvel ending between two renames of the
+    // slots would otherwise hide every message above the gap for good.
     void closeGaps() const;
 
 private:
