@@ -42,7 +42,7 @@ modem::ModemOptions EmulatedModemLine::optionsFor(const ModemEmulator& emulator,
 }
 
 EmulatedModemLine::EmulatedModemLine(EventLoop& loop, ModemEmulator::Options options)
-    : EmulatedModem(loop, options), ModemLine(loop, optionsFor(emulator, lockFolder)), loop_(loop),
+    : EmulatedModem(loop, options), ModemLine(loop, optionsFor(emulator, lockFolder)),
       lift_(loop.createTimer([this] { emulator.liftExtension(); }, TimerKind::SingleShot))
 {
     // What a probe of this port finds (the probe has tests of its own): known at once, so

@@ -48,7 +48,6 @@ public:
     bool startPlay() override;
 
 private:
-    EventLoop& loop_;
     std::vector<std::string> played_; // every file asked for, to recognise its sound
     mutable std::map<std::string, std::vector<std::uint8_t>> sounds_;
     std::unique_ptr<Timer> lift_;
