@@ -1,5 +1,6 @@
 // Corvel: an answer phone for the Linux desktop.
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
@@ -126,7 +127,6 @@ constexpr std::string_view modemPrefix = "modem:";
 // of a voice modem, "sip" for the direct SIP line, or a device's name as listed.
 std::optional<int> lineNamed(const std::string& name, const Line& line)
 {
-    if (name.empty()) return std::nullopt;
     const auto devices = line.devices();
     for (std::size_t i = 0; i < devices.size(); ++i) {
         const bool test = name == "test" && devices[i].name == TestLine::name;
@@ -135,8 +135,17 @@ std::optional<int> lineNamed(const std::string& name, const Line& line)
         const bool sip = name == "sip" && devices[i].name == SipLine::directName;
         if (test || modem || sip || name == devices[i].name) return static_cast<int>(i);
     }
-    log::error("there is no line \"" + name + "\" on this computer");
-    std::exit(2);
+    return std::nullopt;
+}
+
+// Whether the line that start-up is to open (the --line option's, else the one chosen before)
+// is listed already, before the search for voice modems has ended.
+bool lineToOpenListed(const std::string& named, const SettingsStore& settings, const Line& line)
+{
+    if (!named.empty()) return lineNamed(named, line).has_value();
+    const std::string stored = settings::readData(settings, "modemname", "");
+    const auto devices = line.devices();
+    return std::ranges::any_of(devices, [&](const LineDevice& device) { return device.name == stored; });
 }
 
 } // namespace
@@ -173,14 +182,13 @@ int main(int argc, char* argv[])
     modemOptions.country = settings::readData(settings, "modemcountry", "");
     if (command.line.starts_with(modemPrefix)) modemOptions.ports = {command.line.substr(modemPrefix.size())};
     modem::ModemLine modemLine(loop, modemOptions);
-    bool probed = false;
-    modemLine.probe([&] { probed = true; });
-    while (!probed) loop.yield();
     // The SIP stack keeps its own files and the converted prompts with Corvel's cache.
     SipLine sipLine(loop, settings,
                     {std::filesystem::path(QStandardPaths::writableLocation(QStandardPaths::CacheLocation).toStdString()) / "sip",
                      command.sipListen});
-    LineSwitch line({&testLine, &modemLine, &sipLine});
+    // The lines known at once come first and the voice modems the search finds after them, so
+    // that no line moves in the list when the search ends.
+    LineSwitch line({&testLine, &sipLine, &modemLine});
     // On the desktop the character is drawn and speaks; without windows it speaks into the log.
     LoggingAgent loggingAgent(loop);
     std::unique_ptr<QtAgent> desktopAgent;
@@ -222,13 +230,24 @@ int main(int argc, char* argv[])
         window->setTestPhone(testPhone.get());
     }
     std::unique_ptr<TerminationSignals> termination; // until start-up, a signal ends the process at once
+    bool startUpWaitsForModems = false;
     const auto startUp = [&] {
         if (!instance.isFirst()) {
             log::info("Corvel is already running; this one ends");
             QCoreApplication::exit(0);
             return;
         }
-        phone.startUp(lineNamed(command.line, line));
+        if (modemLine.probing() && !lineToOpenListed(command.line, settings, line)) {
+            startUpWaitsForModems = true; // the line to open may be a modem not found yet
+            return;
+        }
+        std::optional<int> chosen;
+        if (!command.line.empty() && !(chosen = lineNamed(command.line, line))) {
+            log::error("there is no line \"" + command.line + "\" on this computer");
+            QCoreApplication::exit(2);
+            return;
+        }
+        phone.startUp(chosen);
         testLineBus.publish(); // the objects before the name, so that whoever sees the name finds them
         bus.publish();
         // However the program is made to end from now on (a signal, the desktop session's end),
@@ -248,6 +267,12 @@ int main(int argc, char* argv[])
         } else {
             log::warning("ignored the request \"" + request.left(64).toStdString() + "\" from another Corvel");
         }
+    });
+    // A serial port with nothing on it takes seconds to give up, so the search runs while the
+    // other lines already take calls; what it finds joins the list.
+    modemLine.probe([&] {
+        if (std::exchange(startUpWaitsForModems, false)) startUp();
+        else phone.listLines();
     });
     if (window) {
         // The splash first; a second Corvel learns it is one only when the splash is over.

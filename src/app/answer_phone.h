@@ -67,6 +67,9 @@ public:
     // Brings everything up in order: window position, line, options, records, prompts, the
     // character and the tray icon. `line` chooses a line device as the user would, first.
     void startUp(std::optional<int> line = std::nullopt);
+    // Fills ComboDevice with the line devices there are now, keeping the one shown: at start,
+    // and again when the search for voice modems has found more.
+    void listLines();
     // Fills the new-calls and message counters, the recent-calls box and the contacts list.
     void loadRecords();
     // Closing the main window: refused while a download runs, else ends any call, closes the

@@ -41,7 +41,23 @@ std::optional<int> storedLine(const std::vector<std::string>& names, const std::
     return static_cast<int>(found - names.begin());
 }
 
+std::vector<std::string> lineNames(const Line& line)
+{
+    std::vector<std::string> names;
+    for (const LineDevice& device : line.devices()) names.push_back(device.name);
+    return names;
+}
+
 } // namespace
+
+void AnswerPhone::listLines()
+{
+    const std::string shown = ports.view.selectedItem("ComboDevice");
+    const std::vector<std::string> names = lineNames(ports.line);
+    ports.view.setListItems("ComboDevice", names);
+    const auto at = std::find(names.begin(), names.end(), shown);
+    if (!shown.empty() && at != names.end()) ports.view.setListIndex("ComboDevice", static_cast<int>(at - names.begin()));
+}
 
 void AnswerPhone::startUp(std::optional<int> chosenLine)
 {
@@ -58,9 +74,7 @@ void AnswerPhone::startUp(std::optional<int> chosenLine)
     };
     view.moveMainWindow(position("frmx"), position("frmy"));
 
-    const auto devices = ports.line.devices();
-    std::vector<std::string> names;
-    for (const LineDevice& device : devices) names.push_back(device.name);
+    const std::vector<std::string> names = lineNames(ports.line);
     view.setListItems("ComboDevice", names);
     if (chosenLine) handling.chooseDevice(*chosenLine);
 
