@@ -29,6 +29,7 @@ public:
     bool isChecked(std::string_view box) const override;
     void setChecked(std::string_view box, bool ticked) override { checked_[std::string(box)] = ticked; }
     void selectTab(std::string_view, int) override {}
+    bool hasMainWindow() const override { return false; }
     void shiftMainWindowDown(double) override {}
     void moveMainWindow(double left, double top) override;
     void setMainWindowHeight(double twips) override { placement_.height = twips; }

@@ -53,6 +53,8 @@ public:
     // Ticks or clears a check box without running its click handling.
     virtual void setChecked(std::string_view box, bool ticked) = 0;
     virtual void selectTab(std::string_view control, int index) = 0;
+    // False for a line appliance, which has no window to move or shake.
+    virtual bool hasMainWindow() const { return true; }
     // Moves the main window down (up for a negative distance) by so many twips.
     virtual void shiftMainWindowDown(double twips) = 0;
     virtual void moveMainWindow(double left, double top) = 0; // twips
