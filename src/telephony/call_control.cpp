@@ -84,6 +84,7 @@ void CallControl::standby()
     state_.screen = CallScreen::Ordinary;
     state_.lineflag = false;
     if (std::exchange(callKnown_, false)) events_.callEnded();
+    wake(); // the lamps follow the line as it closes and opens again
 
     if (line_.lineOpen()) {
         line_.setLineOpen(false);
@@ -116,11 +117,13 @@ void CallControl::pause(std::uint8_t seconds)
 
 void CallControl::waitUntil(const std::function<bool()>& done)
 {
+    wake();
     while (!done()) loop_.yield();
 }
 
 void CallControl::lightKeypressLamp()
 {
+    wake();
     lamps_.l4 = true;
     lamps_.Label6 = true;
     showLamps();
@@ -169,6 +172,7 @@ bool CallControl::playPromptAndWait(std::string list, std::string_view failureTe
 
 void CallControl::ring(std::int32_t count)
 {
+    wake();
     callKnown_ = true;
     ringsOver_->restart();
     events_.ringing(count);
@@ -177,17 +181,20 @@ void CallControl::ring(std::int32_t count)
 
 void CallControl::callerId()
 {
+    wake();
     callKnown_ = true;
     if (routines_) routines_->callerId();
 }
 
 void CallControl::connected()
 {
+    wake();
     if (routines_) routines_->connected();
 }
 
 void CallControl::digitReceived(char16_t digit)
 {
+    wake();
     // Only telephone keys are taken: the code comes from the far end of the line.
     if (!isKey(digit)) {
         log::warning("ignored a key code " + std::to_string(static_cast<unsigned>(digit)) +
@@ -208,18 +215,27 @@ void CallControl::callOwnerChanged()
     line_.setOwnCall(true);
 }
 
-void CallControl::callStateChanged() { state_.lineflag = true; }
+void CallControl::callStateChanged()
+{
+    wake();
+    state_.lineflag = true;
+}
 
 // A fax would be handed over to a fax program here; that hand-over is switched off.
 void CallControl::mediaModeChanged() {}
 
 void CallControl::callerHungUp()
 {
+    wake();
     // Ends the answered call now rather than holding a dead line until the call timer runs out.
     if (state_.callInProgress && !state_.callover) standby();
 }
 
-void CallControl::playDone() { state_.playdone = true; }
+void CallControl::playDone()
+{
+    wake();
+    state_.playdone = true;
+}
 
 void CallControl::desktopCallEnded() { view_.closeDesktopCall(); }
 
@@ -236,6 +252,7 @@ void CallControl::timer1Tick()
         line_.setMonitorPrivilege(true);
         line_.setLineOpen(true);
     }
+    sleepIfIdle();
 }
 
 void CallControl::timer2Tick()
@@ -246,6 +263,28 @@ void CallControl::timer2Tick()
     lamps_.l3 = line_.playing();
     lamps_.l4 = false;
     showLamps();
+    sleepIfIdle();
+}
+
+bool CallControl::nothingToDo() const
+{
+    const bool lineIdle = !line_.callActive() && !line_.playing() && !line_.recording() &&
+                          line_.ownerPrivilege() && line_.monitorPrivilege();
+    const bool lampsShowIt = !lamps_.l2 && !lamps_.l3 && !lamps_.l4 && !lamps_.l5 && lamps_.l1 == line_.lineOpen();
+    return lineIdle && lampsShowIt && !state_.callInProgress && state_.countdown == 0 && !callKnown_;
+}
+
+void CallControl::sleepIfIdle()
+{
+    if (!nothingToDo()) return;
+    timer1_->setEnabled(false);
+    timer2_->setEnabled(false);
+}
+
+void CallControl::wake()
+{
+    if (!timer1_->enabled()) timer1_->setEnabled(true);
+    if (!timer2_->enabled()) timer2_->setEnabled(true);
 }
 
 void CallControl::showLamps() { view_.showLamps(lamps_); }

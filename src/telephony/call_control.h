@@ -58,6 +58,9 @@ public:
 
     // Lights the keypress lamp and its legend; the next tick of `Timer2` puts the lamp out.
     void lightKeypressLamp();
+    // Starts the one-second timers again after they went to sleep: every line event, wait and
+    // opening of the line does, since each may give them something to do.
+    void wake();
 
     // --- Playing a prompt to the caller ---
     // The message shown when the prompt with this default file name cannot be played.
@@ -86,6 +89,9 @@ private:
 
     void timer1Tick();
     void timer2Tick();
+    // No call, no wait and every lamp as the line stands: an idle line costs no wake-ups.
+    bool nothingToDo() const;
+    void sleepIfIdle();
     void showLamps();
 
     EventLoop& loop_;

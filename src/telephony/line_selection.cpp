@@ -42,6 +42,7 @@ void CallHandling::start()
     with_.line.setOwnerPrivilege(true);
     with_.line.setMonitorPrivilege(true);
     with_.line.setMonitorOptions(true, true);
+    with_.calls.wake(); // the lamps show the line open
 }
 
 } // namespace corvel

@@ -271,6 +271,24 @@ TEST_F(CallControlTest, LampsFollowTheLineAndTheKeypressLampGoesOutOnTheNextTick
     EXPECT_TRUE(view.lamps.Label6);
 }
 
+// An idle line must cost no wake-ups, yet a call must find the call timer and the lamps going.
+TEST_F(CallControlTest, TheOneSecondTimersSleepWhileTheLineIsIdleAndACallWakesThem)
+{
+    loop.runFor(3s);
+    EXPECT_TRUE(view.lamps.l1) << "the lamps show the open line before the timers sleep";
+    EXPECT_THROW(loop.yield(), testing::VirtualLoopStalled) << "nothing left to tick while idle";
+
+    routines.dialogue = [&] { calls.waitUntil([&] { return state.callover; }); };
+    callerKeys({});
+    const auto rang = loop.elapsed();
+    loop.runUntil([&] { return routines.dialogueReturned; });
+    EXPECT_GE(loop.elapsed() - rang, 180s) << "the three-minute limit still counts";
+    EXPECT_LE(loop.elapsed() - rang, 190s);
+    loop.runFor(15s); // the line reopened, the rings are over
+    EXPECT_TRUE(view.lamps.l1 && !view.lamps.l5);
+    EXPECT_THROW(loop.yield(), testing::VirtualLoopStalled) << "asleep again after the call";
+}
+
 TEST_F(CallControlTest, KeysThatNoTelephoneSendsAreIgnored)
 {
     std::vector<std::string> warnings;
