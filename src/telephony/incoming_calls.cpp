@@ -40,9 +40,9 @@ void CallHandling::ring(std::int32_t count)
 
 void CallHandling::shake()
 {
-    // A thousand turns of the loop to move a window that is not there only delay the answer.
-    if (!with_.view.hasMainWindow()) return;
-    for (int shakes = 0; shakes < 5; ++shakes) {
+    // A thousand turns of the loop to move a window that is not there would only delay the
+    // answer; the last turn stays, in which a caller ID sent with the ring is heard first.
+    for (int shakes = 0; shakes < 5 && with_.view.hasMainWindow(); ++shakes) {
         for (const double step : {1.0, -1.0}) {
             for (int move = 0; move < 100; ++move) {
                 with_.view.shiftMainWindowDown(step);

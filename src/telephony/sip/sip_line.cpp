@@ -9,12 +9,14 @@
 
 #include <linphone++/linphone.hh>
 
+#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <system_error>
 
 #include "base/log.h"
 #include "base/text.h"
+#include "telephony/sip/stack_sockets.h"
 
 namespace corvel {
 namespace fs = std::filesystem;
@@ -176,7 +178,7 @@ private:
 
 SipLine::SipLine(EventLoop& loop, const SettingsStore& settings, SipLineOptions options)
     : loop_(loop), settings_(settings), options_(std::move(options)), prompts_(options_.stateFolder / "prompts"),
-      iterateTimer_(loop.createTimer([this] { iterate(); })),
+      iterateTimer_(loop.createTimer([this] { paceTick(); })),
       ringTimer_(loop.createTimer([this] { ring(); })),
       closedTimer_(loop.createTimer(
           [this] {
@@ -318,6 +320,7 @@ bool SipLine::startStack()
                 core->addAccount(registered);
                 core->setDefaultAccount(registered);
                 registering = "; registering " + account->address + " as " + account->user;
+                registering_ = true;
             }
         }
         core_ = std::move(core);
@@ -329,8 +332,10 @@ bool SipLine::startStack()
         core_.reset();
         return false;
     }
-    iterateTimer_->setInterval(options_.idleIterate);
-    iterateTimer_->setEnabled(true);
+    // A first turn now binds what the stack still has to, and its start-up tasks get a second.
+    iterate();
+    watchStackSockets();
+    keepPace(registering_ ? options_.transactionLife : Milliseconds(1000));
     return true;
 }
 
@@ -342,6 +347,7 @@ void SipLine::stopStack()
     if (recording_) setRecording(false);
     ringTimer_->setEnabled(false);
     iterateTimer_->setEnabled(false);
+    stackWatches_.clear(); // before the stack closes their sockets
     const auto core = std::move(core_);
     try {
         if (call_ && call_->phase != CurrentCall::Phase::Ended) {
@@ -360,6 +366,8 @@ void SipLine::stopStack()
     bridged_ = false;
     listening_.reset();
     configuration_.clear();
+    registering_ = false;
+    inCall_ = false;
     log::info("the SIP line no longer listens");
 }
 
@@ -373,9 +381,61 @@ void SipLine::iterate()
     }
 }
 
+void SipLine::keepPace(Milliseconds span)
+{
+    paceUntil_ = std::max(paceUntil_, loop_.now() + span);
+    const Milliseconds interval = inCall_ ? options_.callIterate : options_.afterTrafficIterate;
+    if (iterateTimer_->interval() != interval) iterateTimer_->setInterval(interval);
+    if (!iterateTimer_->enabled()) iterateTimer_->setEnabled(true);
+}
+
+void SipLine::paceTick()
+{
+    iterate();
+    if (inCall_ || loop_.now() < paceUntil_) return;
+    if (iterateTimer_->interval() == options_.registeredIterate) return; // quiet already
+    // Quiet again: from now on the sockets wake the stack.
+    watchStackSockets();
+    if (registering_) iterateTimer_->setInterval(options_.registeredIterate);
+    else iterateTimer_->setEnabled(false);
+}
+
 void SipLine::setCallPace(bool inCall)
 {
-    iterateTimer_->setInterval(inCall ? options_.callIterate : options_.idleIterate);
+    inCall_ = inCall;
+    keepPace(options_.transactionLife);
+}
+
+void SipLine::stackReadable(int fd)
+{
+    // The stack reads one datagram a turn: a burst takes a few.
+    constexpr int turnsAtMost = 8;
+    for (int turn = 0; turn < turnsAtMost && (turn == 0 || sip::readable(fd)); ++turn) iterate();
+    keepPace(options_.transactionLife);
+    const auto watch = stackWatches_.find(fd);
+    // What the stack leaves unread the pace timer's turns take: a watch firing on would spin.
+    if (watch != stackWatches_.end() && sip::readable(fd)) watch->second->setEnabled(false);
+    // Not from inside the watch's own handler, which the new list may no longer hold.
+    loop_.post([this, alive = std::weak_ptr<bool>(alive_)] {
+        if (!alive.expired()) watchStackSockets();
+    });
+}
+
+void SipLine::watchStackSockets()
+{
+    std::map<int, std::unique_ptr<Watch>> watches;
+    if (core_ && listening_) {
+        for (const int fd : sip::socketsOnPort(static_cast<std::uint16_t>(listening_->port))) {
+            const auto kept = stackWatches_.find(fd);
+            if (kept == stackWatches_.end()) {
+                watches.emplace(fd, loop_.watchReadable(fd, [this, fd] { stackReadable(fd); }));
+            } else {
+                kept->second->setEnabled(true);
+                watches.emplace(fd, std::move(kept->second));
+            }
+        }
+    }
+    stackWatches_ = std::move(watches);
 }
 
 // --- The line device ---

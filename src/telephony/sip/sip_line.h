@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,19 +31,25 @@ struct SipLineOptions {
     std::filesystem::path stateFolder;
     // Overrides the "listen" setting: the --sip-listen option.
     std::optional<std::string> listen;
-    // How often the stack runs: rarely while the line is quiet, so that an idle Corvel costs
-    // next to nothing, and often during a call, so that a key stops a prompt at once.
-    Milliseconds idleIterate{100};
+    // The stack runs whenever one of its sockets has something to read. Its own timers (the
+    // retransmissions, the end of a transaction) it keeps to itself, so after any traffic it
+    // also runs on a clock for as long as a transaction may live: often during a call, so that
+    // a key stops a prompt at once, less often after it, and not at all on a quiet line.
     Milliseconds callIterate{20};
+    Milliseconds afterTrafficIterate{100};
+    Milliseconds transactionLife{32000}; // 64 times SIP's T1
+    // A registered account is refreshed on the stack's clock, which then runs this often.
+    Milliseconds registeredIterate{1000};
 };
 
 // A Line on SIP through liblinphone. Device 0, "SIP (direct)", takes calls sent straight to
 // the listen address (UDP and TCP) without any account; each configured account is a further
 // device that registers with its provider or PBX and takes the calls that come through it.
 //
-// The stack runs on the event loop's thread: a timer calls its iterate(), and every callback
-// it raises is posted back to the loop and handled there, never inside the stack (which calls
-// back from within accept and terminate). One call at a time: a second caller hears busy.
+// The stack runs on the event loop's thread, its iterate() called when its sockets are ready
+// and on the pace the options set; every callback it raises is posted back to the loop and
+// handled there, never inside the stack (which calls back from within accept and terminate).
+// One call at a time: a second caller hears busy.
 class SipLine final : public Line {
 public:
     static constexpr std::string_view directName = "SIP (direct)";
@@ -116,7 +123,13 @@ private:
     std::string wantedConfiguration() const;
     const sip::Account* chosenAccount(const std::vector<sip::Account>& accounts) const;
     void iterate();
+    // Runs the stack on the pace timer for at least `span` from now.
+    void keepPace(Milliseconds span);
+    void paceTick();
     void setCallPace(bool inCall);
+    void stackReadable(int fd);
+    // Watches the stack's sockets: again after traffic, since a connection comes or goes.
+    void watchStackSockets();
 
     // Events from the stack, on the loop.
     void callStateChanged(const std::shared_ptr<linphone::Call>& call, int state, const std::string& message);
@@ -154,6 +167,10 @@ private:
     std::string configuration_; // what the running stack was started with
     std::optional<sip::ListenAddress> listening_;
     std::vector<std::string> trustedHosts_;
+    bool registering_ = false; // an account is in use
+    bool inCall_ = false;
+    std::chrono::system_clock::time_point paceUntil_;
+    std::map<int, std::unique_ptr<Watch>> stackWatches_;
     bool bridged_ = false; // a call handed over to the desktop's own microphone and speaker
     std::uint64_t recordings_ = 0;
 
