@@ -177,30 +177,16 @@ void prepare(Corvel& corvel)
     corvel.set("sip", "ringinterval", "300");
 }
 
-// One call from SIPp to `port`, hung up by the caller once answered; its messages.
-std::string oneCall(const Corvel& corvel, int port)
+// Calls from SIPp to `port`, one after the other, each hung up by the caller once answered.
+SippResult callsTo(Sipp& caller, int port, int count)
 {
-    Sipp caller(corvel);
     caller.via(port);
     caller.fill("from", "<sip:0123@127.0.0.1>");
     caller.fill("steps", stepsXml({pause(milliseconds(200))}));
     caller.fill("caller_hangs_up", "1");
     caller.fill("bye_within", "0");
-    caller.run("answered_call.xml", std::chrono::seconds(15));
-    return caller.messages();
-}
-
-// `count` calls one after the other to `port`.
-bool manyCalls(const Corvel& corvel, int port, int count)
-{
-    Sipp caller(corvel);
-    caller.via(port);
-    caller.fill("from", "<sip:0456@127.0.0.1>");
-    caller.fill("steps", stepsXml({pause(milliseconds(500))}));
-    caller.fill("caller_hangs_up", "1");
-    caller.fill("bye_within", "0");
     caller.options({"-m", std::to_string(count), "-l", "1", "-r", "2"});
-    return caller.run("answered_call.xml", std::chrono::seconds(10 + 4 * count)).exitCode == 0;
+    return caller.run("answered_call.xml", std::chrono::seconds(10 + 4 * count));
 }
 
 // An RFC 4733 key sent during the request prompt to the prompt's last packet, in ms.
@@ -302,7 +288,9 @@ int main(int argc, char* argv[])
         for (int turn = 0; turn < 2; ++turn) {
             const bool corvelsTurn = (round + turn) % 2 == 0;
             Figures& figures = corvelsTurn ? corvelFigures : baresipFigures;
-            const std::string messages = oneCall(corvel, corvelsTurn ? corvel.port() : baresipPort);
+            Sipp caller(corvel);
+            callsTo(caller, corvelsTurn ? corvel.port() : baresipPort, 1);
+            const std::string messages = caller.messages();
             figures.trying.push_back(replyMilliseconds(messages, "100"));
             figures.answer.push_back(replyMilliseconds(messages, "200"));
             // Corvel keeps its line closed for a second after each call, as a telephone line's
@@ -312,8 +300,9 @@ int main(int argc, char* argv[])
     }
 
     // 3: after the calls.
-    const bool corvelCalls = manyCalls(corvel, corvel.port(), calls);
-    const bool baresipCalls = manyCalls(corvel, baresipPort, calls);
+    Sipp corvelCaller(corvel), baresipCaller(corvel);
+    const bool corvelCalls = callsTo(corvelCaller, corvel.port(), calls).exitCode == 0;
+    const bool baresipCalls = callsTo(baresipCaller, baresipPort, calls).exitCode == 0;
     std::this_thread::sleep_for(std::chrono::seconds(2));
     corvelFigures.rssAfterCalls = kilobytes(corvelPid, "status", "VmRSS:");
     corvelFigures.pssAfterCalls = kilobytes(corvelPid, "smaps_rollup", "Pss:");
