@@ -87,6 +87,9 @@ void CharacterSpeech::requestComplete(AgentRequest) { requestdone_ = true; }
 void CharacterSpeech::timer3Tick()
 {
     if (settings::dataFlag(settings_, "charhide", "False")) agent_.hide();
+    // Otherwise the ticks have nothing to do until the next say arms the timer again, and
+    // ticking "charhide" on the options page says "Okay!", which does: an idle Corvel sleeps.
+    else timer3_->setEnabled(false);
 }
 
 } // namespace corvel

@@ -117,6 +117,10 @@ TEST_F(CharacterSpeechTest, HidesEveryTenSecondsCountedFromTheLastSpeech)
 
     settings.set("charhide", "False");
     EXPECT_EQ(hidesWithin(30s), 0);
+    EXPECT_THROW(loop.yield(), testing::VirtualLoopStalled) << "with nothing to hide the timer sleeps";
+    settings.set("charhide", "True");
+    speech.say("Okay!"); // as ticking "charhide" on the options page does
+    EXPECT_EQ(hidesWithin(10s), 1);
 }
 
 // geniemove, in twips at 15 twips a pixel, with a 128 x 128 pixel character.
