@@ -49,9 +49,12 @@ std::filesystem::path UpdateCheck::installer() const
 void UpdateCheck::timerHideTick()
 {
     applyHide_();
-    if (updatechecked_ || !http_.online()) return;
-    updatechecked_ = true;
-    check();
+    if (!updatechecked_ && http_.online()) {
+        updatechecked_ = true;
+        check();
+    }
+    // Without a window to hide, a done check leaves the timer nothing to do for good.
+    if (updatechecked_ && !view_.hasMainWindow()) timerHide_->setEnabled(false);
 }
 
 HttpReply UpdateCheck::fetch(const std::string& path, std::size_t maxBytes)

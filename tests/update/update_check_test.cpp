@@ -135,11 +135,13 @@ TEST(UnattendedUpdateCheck, AHeadlessCorvelDeclinesTheOfferAndFetchesNothingMore
     bool downloading = false;
     UpdateCheck updates(loop, http, settings, view, speech, shell, {"https://corvel.test", "/nonexistent"}, downloading,
                         [&] { ended = true; }, [] {});
-    updates.check();
+    loop.runFor(61s); // Timer_hide's first tick checks
     log::setSink(nullptr);
     EXPECT_THAT(http.fetched, ElementsAre(list));
     EXPECT_TRUE(shell.opened.empty());
     EXPECT_FALSE(ended);
+    loop.runFor(60s); // the ticks the timers had already asked for fall due, and do nothing
+    EXPECT_THROW(loop.yield(), testing::VirtualLoopStalled) << "no window to hide: nothing ticks on";
     EXPECT_THAT(logged, ::testing::Contains(::testing::AllOf(HasSubstr("question \"NewVersion\""), HasSubstr("answered No"))));
 }
 
