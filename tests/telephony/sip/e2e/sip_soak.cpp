@@ -1,0 +1,278 @@
+#include "sip_soak.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "support/shuffled_rounds.h"
+
+namespace corvel::e2e {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+namespace fs = std::filesystem;
+
+constexpr milliseconds transferWait{1500}; // "transfer" is 2: its countdown runs out after 1 to 2 s
+constexpr const char* trustedNumber = "0123456";
+
+// One kind of call: how SIPp places it, the lines it adds to calls.txt and the message it
+// leaves (none when shortest is zero).
+struct CallKind {
+    const char* name;
+    std::size_t logLines;
+    double shortestMessage; // seconds
+    std::function<bool(Corvel&, const std::string& number)> place;
+};
+
+bool seenThrough(const SippResult& result) { return result.exitCode == 0; }
+
+bool answered(Corvel& corvel, const std::string& from, const std::vector<Step>& steps, bool callerHangsUp,
+              const std::string& headers = "")
+{
+    Sipp caller(corvel);
+    caller.fill("from", from);
+    caller.fill("headers", headers);
+    caller.fill("steps", stepsXml(steps));
+    caller.fill("caller_hangs_up", callerHangsUp ? "1" : "0");
+    caller.fill("bye_within", callerHangsUp ? "0" : "10000");
+    return seenThrough(caller.run("answered_call.xml", 90s));
+}
+
+std::string delivered(const std::string& number) { return "<sip:" + number + "@127.0.0.1>"; }
+const std::string withheld = "\"Anonymous\" <sip:anonymous@anonymous.invalid>";
+
+// The number read back: "from" and its digits, after the greeting (0.8 s of the soak's own).
+milliseconds readBack(const Corvel& corvel, const std::string& digits)
+{
+    milliseconds length = 800ms + corvel.promptLength("from.wav");
+    for (const char digit : digits) length += corvel.promptLength(std::string(1, digit) + ".wav");
+    return length;
+}
+
+std::vector<Step> then(std::vector<Step> steps, const std::vector<Step>& more)
+{
+    steps.insert(steps.end(), more.begin(), more.end());
+    return steps;
+}
+
+std::vector<CallKind> callKinds()
+{
+    const auto message = leaveAMessage(1500ms, 1000ms);
+    return {
+        {"withheld caller keys a number and leaves a message", 2, 3.0,
+         [=](Corvel& corvel, const std::string&) {
+             return answered(corvel, withheld,
+                             then({pause(1500ms), key('0'), key('1'), key('2'), key('#'),
+                                   pause(readBack(corvel, "012") - 800ms + transferWait)},
+                                  message),
+                             false, "Privacy: id\n");
+         }},
+        {"number read back, then a message", 1, 3.0,
+         [=](Corvel& corvel, const std::string& number) {
+             return answered(corvel, delivered(number), then({pause(readBack(corvel, number))}, message), false);
+         }},
+        {"star during the greeting", 1, 0,
+         [](Corvel& corvel, const std::string& number) {
+             return answered(corvel, delivered(number), {pause(500ms), key('*')}, false);
+         }},
+        {"caller hangs up during a prompt", 1, 0,
+         [](Corvel& corvel, const std::string& number) {
+             return answered(corvel, delivered(number), {pause(500ms)}, true);
+         }},
+        {"caller hangs up during the transfer wait", 1, 0,
+         [](Corvel& corvel, const std::string& number) {
+             return answered(corvel, delivered(number), {pause(readBack(corvel, number) + 500ms)}, true);
+         }},
+        {"caller hangs up while recording", 1, 1.5,
+         [](Corvel& corvel, const std::string& number) {
+             return answered(corvel, delivered(number),
+                             {pause(readBack(corvel, number) + transferWait + 3000ms), key('1'), pause(2000ms),
+                              speech(), pause(4000ms)},
+                             true);
+         }},
+        {"CANCEL before the answer", 1, 0,
+         [](Corvel& corvel, const std::string&) {
+             Sipp caller(corvel);
+             caller.fill("from", delivered(trustedNumber));
+             caller.fill("ring_for", "1200");
+             return seenThrough(caller.run("cancelled_call.xml", 20s));
+         }},
+        {"a second INVITE during a call (486)", 1, 0,
+         [](Corvel& corvel, const std::string& number) {
+             const auto answers = [&] {
+                 const std::string log = corvel.log();
+                 std::size_t count = 0;
+                 for (auto at = log.find("answering the SIP call"); at != std::string::npos;
+                      at = log.find("answering the SIP call", at + 1))
+                     ++count;
+                 return count;
+             };
+             const std::size_t before = answers();
+             Sipp first(corvel);
+             first.fill("from", delivered(number));
+             first.fill("steps", stepsXml({pause(4000ms)}));
+             first.fill("caller_hangs_up", "1");
+             first.fill("bye_within", "0");
+             first.start("answered_call.xml", 30s);
+             if (!eventually([&] { return answers() > before; }, 10s)) {
+                 first.finish();
+                 return false;
+             }
+             Sipp second(corvel);
+             second.fill("from", delivered("0200"));
+             second.fill("refusal", "486");
+             const bool busy = seenThrough(second.run("refused_call.xml", 15s));
+             return seenThrough(first.finish()) && busy;
+         }},
+        {"keys sent as SIP INFO", 2, 0,
+         [](Corvel& corvel, const std::string&) {
+             return answered(corvel, withheld,
+                             {pause(1500ms), info("application/dtmf-relay", "Signal=0\nDuration=160"),
+                              info("application/dtmf-relay", "Signal=1\nDuration=160"), info("application/dtmf", "2"),
+                              info("application/dtmf", "#"), pause(1000ms)},
+                             true);
+         }},
+    };
+}
+
+long descriptors(int pid)
+{
+    long count = 0;
+    std::error_code error;
+    for (auto it = fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error); !error && it != fs::directory_iterator();
+         it.increment(error))
+        ++count;
+    return count;
+}
+
+long residentKb(int pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+    }
+    return 0;
+}
+
+long cpuTicks(int pid)
+{
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::string field;
+    long ticks = 0;
+    for (int i = 3; fields >> field && i <= 15; ++i) {
+        if (i >= 14) ticks += std::stol(field);
+    }
+    return ticks;
+}
+
+// The new messages in the data folder, and the recordings the SIP line has under way.
+std::vector<fs::path> newMessages(const Corvel& corvel)
+{
+    std::vector<fs::path> found;
+    for (const auto& entry : fs::directory_iterator(corvel.data())) {
+        if (entry.path().filename().string().rfind("1-", 0) == 0) found.push_back(entry.path());
+    }
+    return found;
+}
+
+std::vector<fs::path> halfDone(const Corvel& corvel)
+{
+    std::vector<fs::path> found;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(corvel.data(), error)) {
+        if (entry.path().extension() == ".part") found.push_back(entry.path());
+    }
+    for (const auto& entry : fs::directory_iterator(corvel.root() / "cache" / "corvel" / "sip" / "recordings", error))
+        found.push_back(entry.path());
+    return found;
+}
+
+} // namespace
+
+void prepareForSoak(Corvel& corvel)
+{
+    corvel.useOwnPrompts();
+    corvel.set("data", "rings", "1");
+    corvel.set("data", "allcalls", "True");
+    corvel.set("data", "ansall", "False"); // a delivered number is read back, not asked for
+    corvel.set("data", "transfer", "2");
+    corvel.set("data", "trusted", "True");
+    corvel.set("sip", "ringinterval", "300");
+    fs::create_directories(corvel.data());
+    std::ofstream(corvel.data() / "directory.ini", std::ios::binary) << trustedNumber << ",Jane\r\n";
+}
+
+SoakReport soak(Corvel& corvel, int calls, unsigned seed, const std::function<void(int, const std::string&)>& progress)
+{
+    const std::vector<CallKind> kinds = callKinds();
+    testing::ShuffledRounds order(kinds.size(), seed);
+    SoakReport report;
+    const int pid = corvel.pid();
+    const long ticksBefore = cpuTicks(pid);
+
+    for (int call = 1; call <= calls; ++call) {
+        const CallKind& kind = kinds[order.next()];
+        const std::string number = order.number();
+        progress(call, kind.name);
+        ++report.kinds[kind.name];
+        const auto fail = [&](const std::string& what) {
+            report.failures.push_back("call " + std::to_string(call) + " (" + kind.name + ", " + number + "): " + what);
+        };
+        const std::size_t linesBefore = corvel.calls().size();
+
+        if (!kind.place(corvel, number)) {
+            ++report.callerFailures;
+            fail("SIPp did not see it through");
+        }
+        // Corvel keeps its line closed for a second after each call; the message is filed then.
+        std::this_thread::sleep_for(1500ms);
+        if (!corvel.running()) {
+            report.corvelAlive = false;
+            fail("Corvel is not running");
+            break;
+        }
+        if (corvel.calls().size() != linesBefore + kind.logLines) {
+            ++report.callLogMisses;
+            fail("calls.txt gained " + std::to_string(corvel.calls().size() - linesBefore) + " lines, not " +
+                 std::to_string(kind.logLines));
+        }
+        std::vector<fs::path> messages;
+        eventually([&] { return !(messages = newMessages(corvel)).empty() || kind.shortestMessage == 0; }, 5s);
+        if (kind.shortestMessage > 0) {
+            const WaveFacts facts = messages.size() == 1 ? waveFacts(messages.front()) : WaveFacts{};
+            if (!facts.readable || !facts.headerSizesRight || facts.seconds < kind.shortestMessage) {
+                ++report.lostMessages;
+                fail("the message is missing or not whole (" + std::to_string(messages.size()) + " files, " +
+                     std::to_string(facts.seconds) + " s)");
+            }
+        } else if (!messages.empty()) {
+            ++report.strayFiles;
+            fail("a message appeared from a call that left none");
+        }
+        for (const fs::path& message : messages) fs::remove(message); // heard and deleted, as a user would
+        if (const auto left = halfDone(corvel); !left.empty()) {
+            report.strayFiles += static_cast<int>(left.size());
+            fail("left behind: " + left.front().string());
+        }
+
+        const long open = descriptors(pid);
+        if (call == 1) report.descriptorsAfterFirst = open;
+        report.descriptorsMost = std::max(report.descriptorsMost, open);
+        report.descriptorsAtEnd = open;
+        if (call == 50) report.residentKbAfter50 = residentKb(pid);
+        report.residentKbAtEnd = residentKb(pid);
+        ++report.calls;
+    }
+    report.cpuMillisecondsPerCall = report.calls == 0 ? 0
+                                                      : 1000.0 * static_cast<double>(cpuTicks(pid) - ticksBefore) /
+                                                            static_cast<double>(::sysconf(_SC_CLK_TCK)) / report.calls;
+    return report;
+}
+
+} // namespace corvel::e2e
