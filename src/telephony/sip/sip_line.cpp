@@ -13,6 +13,7 @@
 #include <atomic>
 #include <exception>
 #include <system_error>
+#include <utility>
 
 #include "base/log.h"
 #include "base/text.h"
@@ -371,6 +372,7 @@ void SipLine::stopStack()
     configuration_.clear();
     registering_ = false;
     inCall_ = false;
+    socketsUnseen_ = false;
     log::info("the SIP line no longer listens");
 }
 
@@ -399,6 +401,12 @@ void SipLine::paceTick()
     if (iterateTimer_->interval() == options_.registeredIterate) return; // quiet already
     // Quiet again: from now on the sockets wake the stack.
     watchStackSockets();
+    if (stackWatches_.empty()) {
+        // A line whose sockets cannot be seen (no /proc) would never hear a call: it runs on the clock.
+        if (!std::exchange(socketsUnseen_, true)) log::warning("cannot see the SIP stack's sockets; it runs on a clock instead");
+        keepPace(options_.transactionLife);
+        return;
+    }
     if (registering_) iterateTimer_->setInterval(options_.registeredIterate);
     else iterateTimer_->setEnabled(false);
 }

@@ -169,6 +169,7 @@ private:
     std::vector<std::string> trustedHosts_;
     bool registering_ = false; // an account is in use
     bool inCall_ = false;
+    bool socketsUnseen_ = false; // the stack runs on the clock alone
     std::chrono::system_clock::time_point paceUntil_;
     std::map<int, std::unique_ptr<Watch>> stackWatches_;
     bool bridged_ = false; // a call handed over to the desktop's own microphone and speaker
