@@ -221,6 +221,9 @@ long AnimationPlayer::branchNext(std::size_t frame)
 // chance (a sure forward branch, else the next frame).
 long AnimationPlayer::exitNext(std::size_t frame) const
 {
+    // An animation that never showed a frame of its own is left with the last frame of
+    // another: out of its range, it ends.
+    if (frame >= current().frames.size()) return -1;
     const Frame& f = current().frames[frame];
     if (f.exitFrame >= 0) return f.exitFrame;
     if (f.exitFrame != Frame::exitContinues) return -1;

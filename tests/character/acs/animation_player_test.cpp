@@ -212,6 +212,21 @@ TEST(AnimationPlayer, DamagedSequencesStillEnd)
     EXPECT_FALSE(run.player.play("Missing", run.now));
 }
 
+// Found by fuzzing: the frame last shown belonged to the animation before, and leaving this
+// one through its exit branches read that frame's number in a list of fewer frames.
+TEST(AnimationPlayer, LeavingAnAnimationThatShowedNoFrameOfItsOwnEndsIt)
+{
+    Playback run({animation("Long", Transition::None, {timedFrame(10), timedFrame(10), timedFrame(10)}),
+                  animation("Blank", Transition::ExitBranches, {timedFrame(0, 0)})});
+    run.player.play("Long", 0ms);
+    run.runFor(200ms);
+    run.player.play("Blank", run.now);
+    run.runFor(100ms);
+    run.player.exit(run.now);
+    run.runFor(1s);
+    EXPECT_FALSE(run.player.nextChange());
+}
+
 TEST(AnimationPlayer, StatesPickTheirAnimationsButNotReturnAnimations)
 {
     Playback run({animation("Wave", Transition::ReturnAnimation, {timedFrame(10)}, "WaveReturn"),
