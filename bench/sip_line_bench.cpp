@@ -34,34 +34,6 @@ using std::chrono::milliseconds;
 
 namespace {
 
-// User and system time of a process, in clock ticks.
-long cpuTicks(int pid)
-{
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    std::stringstream fields(text.substr(text.rfind(')') + 2));
-    std::string field;
-    long utime = 0, stime = 0;
-    for (int i = 3; fields >> field; ++i) {
-        if (i == 14) utime = std::stol(field);
-        if (i == 15) {
-            stime = std::stol(field);
-            break;
-        }
-    }
-    return utime + stime;
-}
-
-// A field of /proc/PID/<file> in kB ("VmRSS:", "Pss:").
-long kilobytes(int pid, const std::string& file, const std::string& field)
-{
-    std::ifstream status("/proc/" + std::to_string(pid) + "/" + file);
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind(field, 0) == 0) return std::stol(line.substr(field.size()));
-    }
-    return 0;
-}
-
 // Every time one of the process's threads was woken: its context switches, all threads.
 long wakeUps(int pid)
 {

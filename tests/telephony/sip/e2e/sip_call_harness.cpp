@@ -674,4 +674,38 @@ WaveFacts waveFacts(const fs::path& path)
     return facts;
 }
 
+// --- Processes ---
+
+long cpuTicks(int pid)
+{
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::string field;
+    long ticks = 0;
+    for (int i = 3; fields >> field && i <= 15; ++i) {
+        if (i >= 14) ticks += std::stol(field); // utime and stime
+    }
+    return ticks;
+}
+
+long kilobytes(int pid, const std::string& file, const std::string& field)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/" + file);
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(field, 0) == 0) return std::stol(line.substr(field.size()));
+    }
+    return 0;
+}
+
+long openDescriptors(int pid)
+{
+    long count = 0;
+    std::error_code error;
+    for (auto it = fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error); !error && it != fs::directory_iterator();
+         it.increment(error))
+        ++count;
+    return count;
+}
+
 } // namespace corvel::e2e

@@ -226,4 +226,10 @@ struct WaveFacts {
 WaveFacts waveFacts(const std::filesystem::path& path);
 double rms(const std::vector<std::int16_t>& samples);
 
+// What a process uses, from /proc: its user and system time in clock ticks, a field of one of
+// its files in kB ("status", "VmRSS:"; "smaps_rollup", "Pss:"), and its open descriptors.
+long cpuTicks(int pid);
+long kilobytes(int pid, const std::string& file, const std::string& field);
+long openDescriptors(int pid);
+
 } // namespace corvel::e2e

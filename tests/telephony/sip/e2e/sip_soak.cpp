@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "support/shuffled_rounds.h"
@@ -139,38 +138,6 @@ std::vector<CallKind> callKinds()
     };
 }
 
-long descriptors(int pid)
-{
-    long count = 0;
-    std::error_code error;
-    for (auto it = fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error); !error && it != fs::directory_iterator();
-         it.increment(error))
-        ++count;
-    return count;
-}
-
-long residentKb(int pid)
-{
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
-    }
-    return 0;
-}
-
-long cpuTicks(int pid)
-{
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    std::istringstream fields(text.substr(text.rfind(')') + 2));
-    std::string field;
-    long ticks = 0;
-    for (int i = 3; fields >> field && i <= 15; ++i) {
-        if (i >= 14) ticks += std::stol(field);
-    }
-    return ticks;
-}
-
 // The new messages in the data folder, and the recordings the SIP line has under way.
 std::vector<fs::path> newMessages(const Corvel& corvel)
 {
@@ -261,12 +228,12 @@ SoakReport soak(Corvel& corvel, int calls, unsigned seed, const std::function<vo
             fail("left behind: " + left.front().string());
         }
 
-        const long open = descriptors(pid);
+        const long open = openDescriptors(pid);
         if (call == 1) report.descriptorsAfterFirst = open;
         report.descriptorsMost = std::max(report.descriptorsMost, open);
         report.descriptorsAtEnd = open;
-        if (call == 50) report.residentKbAfter50 = residentKb(pid);
-        report.residentKbAtEnd = residentKb(pid);
+        if (call == 50) report.residentKbAfter50 = kilobytes(pid, "status", "VmRSS:");
+        report.residentKbAtEnd = kilobytes(pid, "status", "VmRSS:");
         ++report.calls;
     }
     report.cpuMillisecondsPerCall = report.calls == 0 ? 0
