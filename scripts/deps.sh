@@ -10,7 +10,7 @@ packages=(
   liblinphone-dev sip-tester baresip-core
   libespeak-ng-dev libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us libx11-dev
   espeak-ng sox xdg-utils xvfb xauth pulseaudio dbus libglib2.0-bin librsvg2-bin
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
   dpkg-dev lintian desktop-file-utils appstream man-db
 )
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds Corvel with its tests and runs every test; builds the Debian
 # package and tries it installed; then builds the tests again under AddressSanitizer and
-# UndefinedBehaviorSanitizer and runs them there too (all but the slow end-to-end calls). Any
-# sanitizer report fails the run.
+# UndefinedBehaviorSanitizer and runs them there too (all but the slow end-to-end calls); last,
+# every fuzz target for a minute. Any sanitizer report or fuzz crash fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -20,3 +20,6 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:halt_on_error=1
 export LSAN_OPTIONS="suppressions=$PWD/tests/sanitizers/lsan.supp:print_suppressions=0"
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 ctest --test-dir build-asan --output-on-failure -j "$(nproc)" --timeout 300 -LE e2e
+
+# Every reader of outside data under libFuzzer (clang), a minute each, as many at once as cores.
+fuzz/run.sh all 60
