@@ -21,6 +21,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "sip_speech.h"
 #include "support/wave_files.h"
 
 extern char** environ;
@@ -41,16 +42,6 @@ bool bindable(int type, int port)
     const bool ok = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     ::close(fd);
     return ok;
-}
-
-std::int16_t fromALaw(std::uint8_t code)
-{
-    code ^= 0x55;
-    int magnitude = (code & 0x0F) << 4;
-    const int segment = (code & 0x70) >> 4;
-    if (segment == 0) magnitude += 8;
-    else magnitude = (magnitude + 0x108) << (segment - 1);
-    return static_cast<std::int16_t>((code & 0x80) ? magnitude : -magnitude);
 }
 
 std::int16_t fromMuLaw(std::uint8_t code)
@@ -457,7 +448,7 @@ std::string stepsXml(const std::vector<Step>& steps)
             break;
         }
         case Step::Kind::Speech:
-            xml += "<nop><action><exec play_pcap_audio=\"pcap/g711a.pcap\"/></action></nop>\n";
+            xml += "<nop><action><exec play_pcap_audio=\"speech.pcap\"/></action></nop>\n";
             break;
         case Step::Kind::Info:
             xml += "<send retrans=\"500\"><![CDATA[\n"
@@ -488,8 +479,12 @@ Sipp::Sipp(const Corvel& corvel) : corvel_(corvel), port_(freePort()), mediaPort
     static int runs = 0;
     folder_ = corvel.root() / ("sipp-" + std::to_string(++runs));
     fs::create_directories(folder_);
-    // SIPp reads the pcaps it plays from a "pcap" folder beside it.
+    // SIPp reads the pcaps it plays from beside it: the keys it ships from a "pcap" folder, the
+    // caller's speech from the one made once for each Corvel.
     fs::create_directory_symlink("/usr/share/sip-tester", folder_ / "pcap");
+    const fs::path speech = corvel.root() / "speech.pcap";
+    if (!fs::exists(speech)) writeSpeechPcap(speech);
+    fs::create_symlink(speech, folder_ / "speech.pcap");
     fills_["from"] = "\"Caller\" <sip:caller@127.0.0.1>";
     fills_["headers"] = "";
     fills_["rtp_port"] = "[media_port]";
