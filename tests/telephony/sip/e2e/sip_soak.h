@@ -13,7 +13,7 @@ namespace corvel::e2e {
 struct SoakReport {
     int calls = 0;
     bool corvelAlive = true;
-    int lostMessages = 0;      // a caller spoke and no message, or not a whole one, was kept
+    int lostMessages = 0;      // a caller spoke and no message, or not all they said, was kept
     int strayFiles = 0;        // recordings left half-done, messages nobody left
     int callLogMisses = 0;     // calls.txt did not gain the lines the call should have added
     int callerFailures = 0;    // SIPp saw the call go otherwise than its scenario says
@@ -29,8 +29,9 @@ struct SoakReport {
 void prepareForSoak(Corvel& corvel);
 
 // Places `calls` calls of the kinds below in an order drawn from `seed`, checking after each
-// that calls.txt gained its lines, that a message left is a whole WAV that libsndfile opens,
-// that no recording is left half-done and that Corvel still runs; `progress` hears each call.
+// that calls.txt gained its lines, that a message left is a whole WAV that libsndfile opens
+// holding all the caller said (to 100 ms), that no recording is left half-done and that Corvel
+// still runs; `progress` hears each call.
 SoakReport soak(Corvel& corvel, int calls, unsigned seed, const std::function<void(int, const std::string&)>& progress);
 
 } // namespace corvel::e2e
