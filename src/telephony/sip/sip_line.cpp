@@ -270,6 +270,12 @@ bool SipLine::startStack()
         const auto config = core->getConfig();
         config->setString("sip", "bind_address", address.host);
         config->setString("rtp", "bind_address", address.host);
+        // No databases: Corvel keeps its own call log, and the stack's call history, chat and
+        // key stores would only be written on every call and held in memory for nothing.
+        config->setString("storage", "uri", "null");
+        config->setString("storage", "call_logs_db_uri", "null");
+        config->setString("storage", "zrtp_secrets_db_uri", "null");
+        config->setInt("misc", "history_max_size", 0);
         core->setMaxCalls(1); // a second caller hears busy
         core->enableIpv6(address.ipv6());
         core->setUserAgent("Corvel", CORVEL_VERSION);
