@@ -3,8 +3,9 @@
 //   corvel_sip_soak [--calls 1000] [--seed N]
 //
 // SIPp places calls of every kind a caller makes (messages left, keys, "*", hang-ups at every
-// stage, CANCEL, a second INVITE, SIP INFO keys) in random order; after each the call log, the
-// message and the files left behind are checked. Prints a line a call, then the figures.
+// stage, CANCEL, a second INVITE, SIP INFO keys, silence until Corvel hangs up) in random
+// order; after each the call log, the message and the files left behind are checked. Prints a
+// line a call, then the figures.
 
 #include <cstdio>
 #include <cstdlib>

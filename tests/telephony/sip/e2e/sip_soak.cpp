@@ -32,15 +32,19 @@ struct CallKind {
 
 bool seenThrough(const SippResult& result) { return result.exitCode == 0; }
 
-bool answered(Corvel& corvel, const std::string& from, const std::vector<Step>& steps, bool callerHangsUp,
+// How long a caller waits for Corvel's BYE once their steps are done; none when they hang up.
+constexpr milliseconds callerHangsUp{0};
+constexpr milliseconds corvelHangsUp{10000};
+
+bool answered(Corvel& corvel, const std::string& from, const std::vector<Step>& steps, milliseconds byeWithin,
               const std::string& headers = "")
 {
     Sipp caller(corvel);
     caller.fill("from", from);
     caller.fill("headers", headers);
     caller.fill("steps", stepsXml(steps));
-    caller.fill("caller_hangs_up", callerHangsUp ? "1" : "0");
-    caller.fill("bye_within", callerHangsUp ? "0" : "10000");
+    caller.fill("caller_hangs_up", byeWithin == callerHangsUp ? "1" : "0");
+    caller.fill("bye_within", std::to_string(byeWithin.count()));
     return seenThrough(caller.run("answered_call.xml", 90s));
 }
 
@@ -71,23 +75,23 @@ std::vector<CallKind> callKinds()
                              then({pause(1500ms), key('0'), key('1'), key('2'), key('#'),
                                    pause(readBack(corvel, "012") - 800ms + transferWait)},
                                   message),
-                             false, "Privacy: id\n");
+                             corvelHangsUp, "Privacy: id\n");
          }},
         {"number read back, then a message", 1, true,
          [=](Corvel& corvel, const std::string& number) {
-             return answered(corvel, delivered(number), then({pause(readBack(corvel, number))}, message), false);
+             return answered(corvel, delivered(number), then({pause(readBack(corvel, number))}, message), corvelHangsUp);
          }},
         {"star during the greeting", 1, false,
          [](Corvel& corvel, const std::string& number) {
-             return answered(corvel, delivered(number), {pause(500ms), key('*')}, false);
+             return answered(corvel, delivered(number), {pause(500ms), key('*')}, corvelHangsUp);
          }},
         {"caller hangs up during a prompt", 1, false,
          [](Corvel& corvel, const std::string& number) {
-             return answered(corvel, delivered(number), {pause(500ms)}, true);
+             return answered(corvel, delivered(number), {pause(500ms)}, callerHangsUp);
          }},
         {"caller hangs up during the transfer wait", 1, false,
          [](Corvel& corvel, const std::string& number) {
-             return answered(corvel, delivered(number), {pause(readBack(corvel, number) + 500ms)}, true);
+             return answered(corvel, delivered(number), {pause(readBack(corvel, number) + 500ms)}, callerHangsUp);
          }},
         {"caller hangs up while recording", 1, true,
          [](Corvel& corvel, const std::string& number) {
@@ -95,7 +99,7 @@ std::vector<CallKind> callKinds()
              return answered(corvel, delivered(number),
                              {pause(readBack(corvel, number) + transferWait + 3000ms), key('1'), pause(2000ms),
                               speech(), pause(8000ms)},
-                             true);
+                             callerHangsUp);
          }},
         {"CANCEL before the answer", 1, false,
          [](Corvel& corvel, const std::string&) {
@@ -137,7 +141,14 @@ std::vector<CallKind> callKinds()
                              {pause(1500ms), info("application/dtmf-relay", "Signal=0\nDuration=160"),
                               info("application/dtmf-relay", "Signal=1\nDuration=160"), info("application/dtmf", "2"),
                               info("application/dtmf", "#"), pause(1000ms)},
-                             true);
+                             callerHangsUp);
+         }},
+        {"silence, hung up on", 1, false,
+         [](Corvel& corvel, const std::string& number) {
+             // Corvel's countdowns end it: the read-back, the transfer wait, "nobody" and ten
+             // seconds for a "1".
+             const milliseconds countdowns = readBack(corvel, number) + 2s + 1500ms + 10s;
+             return answered(corvel, delivered(number), {}, countdowns + 5s);
          }},
     };
 }
