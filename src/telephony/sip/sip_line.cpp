@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
+#include <mutex>
 #include <system_error>
 #include <utility>
 
@@ -49,9 +50,23 @@ public:
     void onLogMessageWritten(const std::shared_ptr<lp::LoggingService>&, const std::string& domain, lp::LogLevel level,
                              const std::string& message) override
     {
+        // A message the stack repeats on every tick (a sound device gone) is written once, then counted.
+        const std::lock_guard lock(mutex_);
+        if (message == last_) {
+            ++repeats_;
+            return;
+        }
+        if (repeats_ > 0) log::info("SIP stack: the message before came " + std::to_string(repeats_ + 1) + " times in all");
+        repeats_ = 0;
+        last_ = message;
         log::write(level == lp::LogLevel::Fatal ? log::Level::Warning : log::Level::Info,
                    "SIP stack (" + domain + "): " + message);
     }
+
+private:
+    std::mutex mutex_; // the stack logs from its media threads too
+    std::string last_;
+    unsigned long repeats_ = 0;
 };
 
 // A port for both UDP and TCP at `host`, from `port` on; `port` itself when the host is no
