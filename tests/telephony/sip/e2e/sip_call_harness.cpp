@@ -281,27 +281,37 @@ std::optional<int> Corvel::tell(const std::string& option) const
 
 // --- The desktop's sound ---
 
-DesktopSound::DesktopSound(const Corvel& corvel) : folder_(corvel.root() / "sound")
+DesktopSound::DesktopSound(const Corvel& corvel)
+    : folder_(corvel.root() / "sound"), socket_(corvel.root() / "runtime" / "pulse" / "native"),
+      environment_(corvel.environment())
 {
-    const auto pulseaudio = findProgram("pulseaudio");
-    if (!pulseaudio) return;
+    if (!findProgram("pulseaudio")) return;
     fs::create_directories(folder_);
-    // The server makes both pipes.
-    const fs::path microphone = folder_ / "microphone.fifo";
-    const fs::path speaker = folder_ / "speaker.fifo";
     const std::string format = " format=s16le rate=" + std::to_string(rate) + " channels=1\n";
     std::ofstream(folder_ / "server.pa")
         << "load-module module-native-protocol-unix auth-anonymous=1\n"
-        << "load-module module-pipe-sink sink_name=speaker use_system_clock_for_timing=yes file=" << speaker.string() << format
-        << "load-module module-pipe-source source_name=microphone file=" << microphone.string() << format
-        << "set-default-sink speaker\nset-default-source microphone\n";
-    server_ = std::make_unique<Process>(std::vector<std::string>{pulseaudio->string(), "-n", "-F",
+        << "load-module module-pipe-sink sink_name=speaker use_system_clock_for_timing=yes file="
+        << (folder_ / "speaker.fifo").string() << format
+        << "load-module module-pipe-source source_name=microphone file=" << (folder_ / "microphone.fifo").string()
+        << format << "set-default-sink speaker\nset-default-source microphone\n";
+    start();
+}
+
+DesktopSound::~DesktopSound() { closePipes(); }
+
+void DesktopSound::start()
+{
+    // The server makes both pipes; a killed one leaves its own behind.
+    const fs::path microphone = folder_ / "microphone.fifo";
+    const fs::path speaker = folder_ / "speaker.fifo";
+    std::error_code ignored;
+    fs::remove(microphone, ignored);
+    fs::remove(speaker, ignored);
+    server_ = std::make_unique<Process>(std::vector<std::string>{findProgram("pulseaudio")->string(), "-n", "-F",
                                                                  (folder_ / "server.pa").string(), "--daemonize=no",
                                                                  "--exit-idle-time=-1", "--log-target=stderr"},
-                                        corvel.environment(), folder_ / "server.log");
-    ready_ = eventually([&] {
-        return fs::exists(corvel.root() / "runtime" / "pulse" / "native") && fs::exists(speaker) && fs::exists(microphone);
-    }, 10s);
+                                        environment_, folder_ / ("server-" + std::to_string(++runs_) + ".log"));
+    ready_ = eventually([&] { return fs::exists(socket_) && fs::exists(speaker) && fs::exists(microphone); }, 10s);
     if (!ready_) return;
     speaker_ = std::thread([this, speaker] {
         const int fd = ::open(speaker.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -311,7 +321,8 @@ DesktopSound::DesktopSound(const Corvel& corvel) : folder_(corvel.root() / "soun
             pollfd ready{fd, POLLIN, 0};
             if (::poll(&ready, 1, 100) <= 0) continue;
             const ssize_t size = ::read(fd, chunk.data(), chunk.size() * sizeof(std::int16_t));
-            if (size <= 0) continue;
+            if (size == 0) break; // the server is gone
+            if (size < 0) continue;
             const std::lock_guard lock(mutex_);
             heard_.insert(heard_.end(), chunk.begin(), chunk.begin() + size / static_cast<ssize_t>(sizeof(std::int16_t)));
         }
@@ -340,14 +351,30 @@ DesktopSound::DesktopSound(const Corvel& corvel) : folder_(corvel.root() / "soun
     });
 }
 
-DesktopSound::~DesktopSound()
+void DesktopSound::closePipes()
 {
     stop_ = true;
     if (microphone_.joinable()) microphone_.join();
     if (speaker_.joinable()) speaker_.join();
+    stop_ = false;
 }
 
-std::string DesktopSound::log() const { return readText(folder_ / "server.log"); }
+bool DesktopSound::restart()
+{
+    if (!server_) return false;
+    ::kill(server_->pid(), SIGKILL);
+    server_->wait(5s);
+    closePipes();
+    start();
+    return ready_;
+}
+
+std::string DesktopSound::log() const
+{
+    std::string text;
+    for (int run = 1; run <= runs_; ++run) text += readText(folder_ / ("server-" + std::to_string(run) + ".log"));
+    return text;
+}
 
 std::vector<std::int16_t> DesktopSound::heard() const
 {
@@ -380,9 +407,9 @@ std::string Corvel::log() const { return readText(root_ / "corvel.log"); }
 
 bool Corvel::logHas(const std::string& text) const { return log().find(text) != std::string::npos; }
 
-bool Corvel::waitForLog(const std::string& text, std::chrono::milliseconds limit) const
+bool Corvel::waitForLog(const std::string& text, std::chrono::milliseconds limit, std::size_t from) const
 {
-    return eventually([&] { return logHas(text); }, limit);
+    return eventually([&] { return log().find(text, from) != std::string::npos; }, limit);
 }
 
 std::vector<std::string> Corvel::records(const std::string& file) const
@@ -430,6 +457,7 @@ Step info(std::string contentType, std::string body)
 {
     return {Step::Kind::Info, {}, 0, std::move(contentType), std::move(body)};
 }
+Step renewal(std::chrono::milliseconds within) { return {Step::Kind::Renewal, within, 0, {}, {}}; }
 
 std::string stepsXml(const std::vector<Step>& steps)
 {
@@ -463,6 +491,27 @@ std::string stepsXml(const std::vector<Step>& steps)
                    "Content-Type: " + step.contentType + "\n"
                    "Content-Length: [len]\n\n" + step.body + "\n]]></send>\n"
                    "<recv response=\"200\"/>\n";
+            break;
+        case Step::Kind::Renewal:
+            xml += "<recv request=\"INVITE\" timeout=\"" + std::to_string(step.length.count()) + "\">\n"
+                   "  <action>\n"
+                   "    <ereg regexp=\"a=rtpmap:([0-9]+) telephone-event\" search_in=\"body\" check_it=\"true\" "
+                   "assign_to=\"event_line,event\"/>\n"
+                   "  </action>\n"
+                   "</recv>\n"
+                   "<send><![CDATA[\n"
+                   "SIP/2.0 200 OK\n"
+                   "[last_Via:]\n[last_From:]\n[last_To:]\n[last_Call-ID:]\n[last_CSeq:]\n"
+                   "Contact: <sip:caller@[local_ip]:[local_port]>\n"
+                   "Content-Type: application/sdp\n"
+                   "Content-Length: [len]\n\n"
+                   "v=0\n"
+                   "o=caller 53655765 2353687700 IN IP4 [local_ip]\n" // past the scenarios' own versions
+                   "s=-\nc=IN IP4 [media_ip]\nt=0 0\n"
+                   "m=audio {{rtp_port}} RTP/AVP 8 [$event]\n"
+                   "a=rtpmap:8 PCMA/8000\na=rtpmap:[$event] telephone-event/8000\na=fmtp:[$event] 0-15\n"
+                   "a=sendrecv\n]]></send>\n"
+                   "<recv request=\"ACK\"/>\n";
             break;
         }
     }

@@ -83,7 +83,8 @@ public:
     std::filesystem::path data() const { return root_ / "data"; }
     std::string log() const;
     bool logHas(const std::string& text) const;
-    bool waitForLog(const std::string& text, std::chrono::milliseconds limit) const;
+    // Waits for `text` in what it logs past `from` (an earlier size of its log).
+    bool waitForLog(const std::string& text, std::chrono::milliseconds limit, std::size_t from = 0) const;
     // The lines of one of its record files in the data folder ("blocked.txt"); calls.txt for calls().
     std::vector<std::string> records(const std::string& file) const;
     std::vector<std::string> calls() const { return records("calls.txt"); }
@@ -112,13 +113,22 @@ public:
     explicit DesktopSound(const Corvel& corvel);
     ~DesktopSound();
     bool ready() const { return ready_; }
+    // Kills the server outright, as a crash does, and starts it again on the same socket, with
+    // the same devices; what the speaker heard so far is kept. Whether it is back.
+    bool restart();
     std::string log() const;
     // What came out of the speaker so far.
     std::vector<std::int16_t> heard() const;
 
 private:
+    void start();
+    void closePipes();
+
     std::filesystem::path folder_;
+    std::filesystem::path socket_;
+    std::map<std::string, std::string> environment_;
     std::unique_ptr<Process> server_;
+    int runs_ = 0;
     bool ready_ = false;
     std::atomic<bool> stop_{false};
     mutable std::mutex mutex_;
@@ -132,9 +142,9 @@ double toneShare(const std::vector<std::int16_t>& samples, double hz, int rate);
 
 // One step of what a SIPp caller does once the call is up.
 struct Step {
-    enum class Kind { Pause, Key, Speech, Info };
+    enum class Kind { Pause, Key, Speech, Info, Renewal };
     Kind kind = Kind::Pause;
-    std::chrono::milliseconds length{0}; // Pause
+    std::chrono::milliseconds length{0}; // Pause; Renewal: how long to wait for it
     char key = 0;                        // Key (RFC 4733 from SIPp's pcaps), Info
     std::string contentType;             // Info
     std::string body;                    // Info
@@ -143,6 +153,8 @@ Step pause(std::chrono::milliseconds length);
 Step key(char k);
 Step speech();
 Step info(std::string contentType, std::string body);
+// Corvel renews the call (a re-INVITE) within `within`; the caller takes it up as before.
+Step renewal(std::chrono::milliseconds within);
 // The steps as SIPp scenario XML.
 std::string stepsXml(const std::vector<Step>& steps);
 // What a caller who leaves a message does once the "nobody" prompt has begun: press 1 a few
