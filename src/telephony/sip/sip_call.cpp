@@ -17,6 +17,11 @@ namespace lp = linphone;
 
 namespace {
 
+// How often a call on the desktop's microphone and speaker is checked for sound going out, and
+// how long at most between tries to give it sound again while the desktop has none.
+constexpr Milliseconds desktopSoundInterval{3000};
+constexpr Milliseconds desktopSoundRetryLimit{60000};
+
 std::string describe(const sip::CallerIdentity& identity)
 {
     if (identity.withheld) return "a withheld number";
@@ -37,8 +42,10 @@ void SipLine::callStateChanged(const std::shared_ptr<lp::Call>& call, int state,
         if (isCurrent(call) && call_->phase == CurrentCall::Phase::Answered && !call_->connected) {
             call_->connected = true;
             report([](LineEvents& e) { e.connected(); });
-        } else if (isCurrent(call) && bridged_) {
+        } else if (isCurrent(call) && bridged_ && !desktopSoundLost_) {
             log::info("the caller talks to the desktop now");
+            desktopSoundCheck_->setInterval(desktopSoundInterval);
+            desktopSoundCheck_->setEnabled(true);
         }
         break;
     case lp::Call::State::Paused:
@@ -132,8 +139,14 @@ void SipLine::callEnded(const std::shared_ptr<lp::Call>& call, const std::string
         break;
     case CurrentCall::Phase::HandedOver:
         log::info("the call handed over to " + call_->handedTo + " has ended");
+        if (!bridged_) break;
+        // Files again at once, not at the release: the next caller may ring before that.
+        core_->setUseFiles(true);
+        bridged_ = false;
+        desktopSoundLost_ = false;
+        desktopSoundCheck_->setEnabled(false);
         // The line may be closed for its reopening: the user's hang-up window must go all the same.
-        if (bridged_) reportEvenWhenClosed([](LineEvents& e) { e.desktopCallEnded(); });
+        reportEvenWhenClosed([](LineEvents& e) { e.desktopCallEnded(); });
         break;
     case CurrentCall::Phase::Ended: break; // ended by this line
     }
@@ -152,10 +165,6 @@ void SipLine::callReleased(const std::shared_ptr<lp::Call>& call)
     }
     if (recording_ && recording_->call == call) recording_->call.reset(); // finished when stopped
     if (!isCurrent(call)) return;
-    if (bridged_ && core_) {
-        core_->setUseFiles(true);
-        bridged_ = false;
-    }
     if (player_) player_->removeListener(eofListener_);
     player_.reset();
     playerOpen_ = false;
@@ -265,6 +274,19 @@ void SipLine::bridgeToDesktop()
     call_->phase = CurrentCall::Phase::HandedOver;
     call_->handedTo = "the desktop";
     bridged_ = true;
+    if (!useDesktopSound()) return;
+    // The call's sound runs on files until now; the stack builds it anew on the devices only
+    // when the call changes state, so the caller is held for a moment and taken back.
+    core_->setUseFiles(false);
+    if (call_->call->pause() != 0) {
+        log::warning("the SIP stack would not move the call to the desktop's microphone and speaker");
+        return;
+    }
+    log::info("moving the caller to the desktop");
+}
+
+bool SipLine::useDesktopSound()
+{
     core_->reloadSoundDevices(); // a headset plugged in since the stack started counts too
     std::shared_ptr<lp::AudioDevice> microphone;
     std::shared_ptr<lp::AudioDevice> speaker;
@@ -274,18 +296,41 @@ void SipLine::bridgeToDesktop()
     }
     if (!microphone || !speaker) {
         log::warning("the computer has no microphone or speaker for the caller, who hears nothing until they hang up");
-        return;
+        return false;
     }
-    // The call's sound runs on files until now; the stack builds it anew on the devices only
-    // when the call changes state, so the caller is held for a moment and taken back.
-    core_->setUseFiles(false);
     call_->call->setInputAudioDevice(microphone);
     call_->call->setOutputAudioDevice(speaker);
-    if (call_->call->pause() != 0) {
-        log::warning("the SIP stack would not move the call to the desktop's microphone and speaker");
+    log::info("the desktop call uses the microphone " + microphone->getId() + " and the speaker " + speaker->getId());
+    return true;
+}
+
+// A desktop call that sends the caller nothing has lost its sound: the sound server went away,
+// and the stack never reconnects to it by itself. Renewed on the devices there are now, which
+// reach the server afresh, the call has sound again once the server is back.
+void SipLine::checkDesktopSound()
+{
+    if (!desktopCall()) {
+        desktopSoundCheck_->setEnabled(false);
         return;
     }
-    log::info("moving the caller to the desktop: microphone " + microphone->getId() + ", speaker " + speaker->getId());
+    if (call_->call->getState() != lp::Call::State::StreamsRunning) return;
+    const auto stats = call_->call->getAudioStats();
+    if (stats && stats->getUploadBandwidth() > 0) {
+        if (std::exchange(desktopSoundLost_, false)) log::info("the desktop call has sound again");
+        desktopSoundCheck_->setInterval(desktopSoundInterval);
+        return;
+    }
+    if (!std::exchange(desktopSoundLost_, true)) {
+        log::warning("the desktop call has lost its sound (has the sound server stopped?); it is renewed on the "
+                     "devices there are now");
+    }
+    // Each renewal asks the caller anew (a re-INVITE): less often while the desktop stays silent.
+    desktopSoundCheck_->setInterval(std::min(desktopSoundCheck_->interval() * 2, desktopSoundRetryLimit));
+    if (!useDesktopSound()) return;
+    // The stack takes other devices into a running call only when the call is renewed.
+    if (call_->call->update(core_->createCallParams(call_->call)) != 0) {
+        log::warning("the SIP stack would not renew the desktop call");
+    }
 }
 
 bool SipLine::desktopCall() const

@@ -207,7 +207,8 @@ SipLine::SipLine(EventLoop& loop, const SettingsStore& settings, SipLineOptions 
                            "\" had ended; going on");
               promptEnded();
           },
-          TimerKind::SingleShot))
+          TimerKind::SingleShot)),
+      desktopSoundCheck_(loop.createTimer([this] { checkDesktopSound(); }))
 {
     stackListener_ = std::make_shared<StackListener>(*this);
     eofListener_ = std::make_shared<EofListener>(*this);
@@ -301,6 +302,9 @@ bool SipLine::startStack()
         core->setRecordFile("");
         core->setRing("");
         core->setRingback("");
+        // No tones at a call's end: they would go to the desktop's sound card, and on one whose
+        // sound server has gone away the stack crashes.
+        config->setInt("sound", "tone_indications", 0);
         core->enableVideoCapture(false);
         core->enableVideoDisplay(false);
         const auto video = factory->createVideoActivationPolicy();

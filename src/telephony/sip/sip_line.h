@@ -152,6 +152,10 @@ private:
     void stopPlay();
     void finishRecording(Recording recording);
     void bridgeToDesktop();
+    // Puts the desktop call on the computer's microphone and speaker as the stack finds them
+    // now; false (logged) when it has none.
+    bool useDesktopSound();
+    void checkDesktopSound();
 
     EventLoop& loop_;
     const SettingsStore& settings_;
@@ -173,6 +177,7 @@ private:
     std::chrono::system_clock::time_point paceUntil_;
     std::map<int, std::unique_ptr<Watch>> stackWatches_;
     bool bridged_ = false; // a call handed over to the desktop's own microphone and speaker
+    bool desktopSoundLost_ = false; // the desktop call has been sending the caller nothing
     std::uint64_t recordings_ = 0;
 
     std::shared_ptr<CurrentCall> call_;
@@ -193,6 +198,7 @@ private:
     std::unique_ptr<Timer> ringTimer_;
     std::unique_ptr<Timer> closedTimer_;
     std::unique_ptr<Timer> promptGuard_;
+    std::unique_ptr<Timer> desktopSoundCheck_;
 };
 
 } // namespace corvel

@@ -347,10 +347,39 @@ protected:
         return 800ms + prompt("from.wav") + prompt("0.wav") + prompt("2.wav") + prompt("4.wav") + prompt("6.wav");
     }
 
-    void takeTheCall()
+    // Takes the caller who waits, the first to wait since the log's size was `from`.
+    void takeTheCall(std::size_t from = 0)
     {
-        ASSERT_TRUE(corvel.waitForLog("a caller waits to be put through", 30s)) << corvel.log();
+        ASSERT_TRUE(corvel.waitForLog("a caller waits to be put through", 30s, from)) << corvel.log();
         ASSERT_EQ(corvel.tell("--pick-up"), 0) << corvel.log();
+    }
+
+    // Jo Bloggs on 0246, whose sound goes to `ear`, waits to be put through and, once on the
+    // desktop, does `after`, then hangs up or waits for the user to.
+    static void startDesktopCaller(Sipp& caller, const RtpSink& ear, const std::vector<Step>& after, bool hangsUp)
+    {
+        caller.fill("from", "\"Jo Bloggs\" <sip:0246@127.0.0.1>");
+        caller.fill("rtp_port", std::to_string(ear.port()));
+        caller.fill("steps", "");
+        caller.fill("after", stepsXml(after));
+        caller.fill("caller_hangs_up", hangsUp ? "1" : "0");
+        caller.fill("bye_within", "20000");
+        caller.start("desktop_call.xml", 60s);
+    }
+
+    // Since the marks, the caller's speech came out of the speaker and a second or more of the
+    // microphone's tone reached the caller.
+    static void expectSoundBothWays(const DesktopSound& desktop, std::size_t heardFrom, const RtpSink& ear,
+                                    std::size_t sentFrom)
+    {
+        const auto heard = desktop.heard();
+        EXPECT_GT(rms({heard.begin() + static_cast<long>(std::min(heardFrom, heard.size())), heard.end()}), 300)
+            << heard.size() - heardFrom << " samples heard";
+        const auto sent = ear.samples();
+        ASSERT_GT(sent.size(), sentFrom + DesktopSound::rate);
+        EXPECT_GT(toneShare({sent.begin() + static_cast<long>(sentFrom), sent.end()}, DesktopSound::toneHz,
+                            DesktopSound::rate),
+                  0.5);
     }
 };
 
@@ -390,32 +419,63 @@ TEST_F(HandOverTest, WithoutATelephoneTheUserTalksToTheCallerFromTheComputerAndH
 
     RtpSink ear;
     Sipp caller(corvel);
-    caller.fill("from", "\"Jo Bloggs\" <sip:0246@127.0.0.1>");
-    caller.fill("rtp_port", std::to_string(ear.port()));
-    caller.fill("steps", "");
-    caller.fill("after", stepsXml({pause(2000ms), speech(), pause(9000ms)}));
-    caller.fill("bye_within", "20000");
-    caller.start("desktop_call.xml", 60s);
+    startDesktopCaller(caller, ear, {pause(2000ms), speech(), pause(9000ms)}, false);
     takeTheCall();
     ASSERT_TRUE(corvel.waitForLog("the caller talks to the desktop now", 5s)) << corvel.log() << desktop.log();
-    const std::size_t beforeBridge = ear.samples().size();
-
-    // The caller's speech comes out of the speaker; the microphone's tone reaches the caller.
-    EXPECT_TRUE(eventually([&] { return rms(desktop.heard()) > 300; }, 15s))
-        << desktop.heard().size() << " samples heard, rms " << rms(desktop.heard()) << "\n" << corvel.log();
+    const std::size_t heardBefore = desktop.heard().size();
+    const std::size_t sentBefore = ear.samples().size();
+    EXPECT_TRUE(eventually([&] { return rms(desktop.heard()) > 300; }, 15s)) << corvel.log();
     std::this_thread::sleep_for(2s);
     ASSERT_EQ(corvel.tell("--hang-up"), 0);
     const SippResult result = caller.finish();
     EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
-    const auto heard = ear.samples();
-    ASSERT_GT(heard.size(), beforeBridge + 8000u) << "a second or more from the microphone";
-    EXPECT_GT(toneShare({heard.begin() + static_cast<long>(beforeBridge), heard.end()}, DesktopSound::toneHz,
-                        DesktopSound::rate),
-              0.5);
+    expectSoundBothWays(desktop, heardBefore, ear, sentBefore);
 
     EXPECT_TRUE(corvel.waitForLog("the call on the computer's microphone and speaker is over", 5s)) << corvel.log();
     EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0246, on ")));
     EXPECT_FALSE(fs::exists(corvel.data() / "1-1-0246.wav"));
+}
+
+// The sound server killed during a desktop call and started again, as after its crash: the
+// call goes on, is renewed on the sound devices there are now and has sound again, and ends
+// cleanly when the caller hangs up; the next caller taken on the desktop has sound too.
+TEST_F(HandOverTest, ADesktopCallOutlivesARestartOfTheSoundServerAndSoDoesTheNext)
+{
+    DesktopSound desktop(corvel);
+    if (!desktop.ready()) GTEST_SKIP() << "no PulseAudio server could be started: " << desktop.log();
+    ASSERT_TRUE(corvel.start()) << corvel.log();
+    {
+        RtpSink ear;
+        Sipp caller(corvel);
+        startDesktopCaller(caller, ear, {pause(1000ms), speech(), renewal(30000ms), pause(500ms), speech(), pause(4000ms)},
+                           true);
+        takeTheCall();
+        ASSERT_TRUE(corvel.waitForLog("the caller talks to the desktop now", 5s)) << corvel.log();
+        ASSERT_TRUE(eventually([&] { return rms(desktop.heard()) > 300; }, 15s)) << corvel.log();
+        ASSERT_TRUE(desktop.restart()) << desktop.log();
+        const std::size_t heardBefore = desktop.heard().size();
+        const std::size_t sentBefore = ear.samples().size();
+        const SippResult result = caller.finish();
+        EXPECT_EQ(result.exitCode, 0) << "the renewal was taken up and the BYE answered: " << explain(result)
+                                      << corvel.log();
+        expectSoundBothWays(desktop, heardBefore, ear, sentBefore);
+        EXPECT_TRUE(corvel.waitForLog("the call on the computer's microphone and speaker is over", 5s)) << corvel.log();
+    }
+
+    const std::size_t secondCall = corvel.log().size();
+    RtpSink ear;
+    Sipp caller(corvel);
+    startDesktopCaller(caller, ear, {pause(1000ms), speech(), pause(4000ms)}, true);
+    takeTheCall(secondCall);
+    ASSERT_TRUE(corvel.waitForLog("the caller talks to the desktop now", 5s, secondCall)) << corvel.log();
+    const std::size_t heardBefore = desktop.heard().size();
+    const std::size_t sentBefore = ear.samples().size();
+    const SippResult result = caller.finish();
+    EXPECT_EQ(result.exitCode, 0) << explain(result) << corvel.log();
+    expectSoundBothWays(desktop, heardBefore, ear, sentBefore);
+    EXPECT_TRUE(corvel.waitForLog("the call on the computer's microphone and speaker is over", 5s, secondCall));
+    EXPECT_THAT(corvel.calls(), ::testing::ElementsAre(StartsWith("0246, on "), StartsWith("0246, on ")));
+    EXPECT_TRUE(corvel.running());
 }
 
 TEST_F(HandOverTest, ACallerTakenOnTheDesktopWhoHangsUpEndsTheCallThereToo)
