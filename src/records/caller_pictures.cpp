@@ -1,6 +1,7 @@
 #include "records/caller_pictures.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "base/log.h"
 #include "base/text.h"
@@ -75,12 +76,11 @@ void CallerPictures::remove()
         missing();
         return;
     }
-    std::string kept;
-    for (const std::string& line : lines) {
-        if (!matches(line)) kept += line + "\r\n";
-    }
-    // Appended to whatever an earlier, interrupted delete left in the scratch file.
-    if (!folder_.writeFile(scratchName, kept, true) || !folder_.replaceWith(scratchName, listName)) {
+    std::vector<std::string> kept;
+    std::remove_copy_if(lines.begin(), lines.end(), std::back_inserter(kept), matches);
+    // Written afresh: a scratch file left by a delete cut short holds lines still listed, which
+    // would come back twice, and deleted ones back with them.
+    if (!folder_.rewriteLines(listName, kept, scratchName)) {
         log::warning("the picture association was not deleted");
         return;
     }
