@@ -180,12 +180,25 @@ bool DataFolder::remove(std::string_view name) const
     return !error || failed("delete", *path, error);
 }
 
-bool DataFolder::rewriteLines(std::string_view name, const std::vector<std::string>& lines,
-                              std::string_view scratch) const
+bool DataFolder::rewriteLines(std::string_view name, const std::vector<std::string>& lines) const
 {
     std::string content;
     for (const std::string& line : lines) (content += line) += "\r\n";
+    const std::string scratch = std::string(name) + std::string(scratchSuffix);
     return writeFile(scratch, content, false) && replaceWith(scratch, name);
+}
+
+int DataFolder::removeScratchFiles() const
+{
+    int removed = 0;
+    std::error_code error;
+    for (fs::directory_iterator it(root_, error), end; !error && it != end; it.increment(error)) {
+        if (!it->path().filename().string().ends_with(scratchSuffix) || !it->is_regular_file()) continue;
+        std::error_code step;
+        if (fs::remove(it->path(), step)) ++removed;
+        else if (step) failed("delete", it->path(), step);
+    }
+    return removed;
 }
 
 bool DataFolder::copyIn(const fs::path& source, std::string_view name) const

@@ -10,8 +10,6 @@
 namespace corvel {
 namespace {
 
-constexpr std::string_view scratchName = "blocklist.txt.part";
-
 std::string numberKey(std::string_view number) { return text::lower(compactNumber(number)); }
 
 bool matches(const BlockList::Entry& entry, const std::string& caller)
@@ -83,7 +81,7 @@ bool BlockList::rewrite(const std::vector<Entry>& entries) const
 {
     std::vector<std::string> lines;
     for (const Entry& entry : entries) lines.push_back(format(entry));
-    if (folder_.rewriteLines(fileName, lines, scratchName)) return true;
+    if (folder_.rewriteLines(fileName, lines)) return true;
     log::warning("the block list was not changed");
     return false;
 }

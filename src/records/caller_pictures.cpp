@@ -9,7 +9,6 @@
 namespace corvel {
 namespace {
 
-constexpr std::string_view scratchName = "templist.txt";
 constexpr std::string_view noNumber = "You didn`t enter a telephone number. Please do this first";
 
 } // namespace
@@ -80,7 +79,7 @@ void CallerPictures::remove()
     std::remove_copy_if(lines.begin(), lines.end(), std::back_inserter(kept), matches);
     // Written afresh: a scratch file left by a delete cut short holds lines still listed, which
     // would come back twice, and deleted ones back with them.
-    if (!folder_.rewriteLines(listName, kept, scratchName)) {
+    if (!folder_.rewriteLines(listName, kept)) {
         log::warning("the picture association was not deleted");
         return;
     }

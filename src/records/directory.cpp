@@ -7,8 +7,6 @@
 namespace corvel {
 namespace {
 
-constexpr std::string_view scratchName = "tempdir.txt";
-
 struct Entry {
     std::string_view number;
     std::optional<std::string_view> name; // none on a line without a ","
@@ -70,7 +68,7 @@ void Directory::deleteContact()
         const bool drop = number.empty() ? line.starts_with(',') : text::containsNoCase(line, number);
         if (!drop) kept.push_back(std::move(line));
     }
-    if (!folder_.rewriteLines(fileName, kept, scratchName)) log::warning("the directory entry was not deleted");
+    if (!folder_.rewriteLines(fileName, kept)) log::warning("the directory entry was not deleted");
     speech_.say("Deleted");
     loadcontacts();
 }

@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -47,6 +50,17 @@ TEST_F(DataFolderTest, ANameThatIsNoPlainFileNameReachesNothingEvenInOtherLetter
     write(top / "secret.gif");
     for (const char* name : {"../secret.gif", "../SECRET.GIF", "/etc/passwd", "..", "."})
         EXPECT_EQ(folder.file(name), std::nullopt) << name;
+}
+
+TEST_F(DataFolderTest, OnlyScratchFilesAreSweptAway)
+{
+    for (const char* name : {"1-3-0123.wav.part", "piclist.txt.part", "part.txt", "1-1-0123.wav"}) write(root / name);
+    fs::create_directory(root / "folder.part");
+    EXPECT_EQ(folder.removeScratchFiles(), 2);
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(root)) left.push_back(entry.path().filename());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{"1-1-0123.wav", "folder.part", "part.txt"}));
 }
 
 } // namespace

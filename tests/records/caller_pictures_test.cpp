@@ -67,11 +67,11 @@ TEST_F(CallerPicturesTest, DeletingKeepsOtherEntriesAndBringsNoLineBackFromADele
 {
     writeFile("piclist.txt", "111\r\n222\r\n333\r\n");
     writeFile("222.gif", "GIF89a");
-    writeFile("templist.txt", "111\r\n333\r\n"); // a delete of 222 killed before its rename
+    writeFile("piclist.txt.part", "111\r\n333\r\n"); // a delete of 222 killed before its rename
     type("1-1-1");
     pictures.remove();
     EXPECT_EQ(readFile("piclist.txt"), "222\r\n333\r\n");
-    EXPECT_FALSE(has("templist.txt"));
+    EXPECT_FALSE(has("piclist.txt.part"));
 
     type("-"); // no number at all: nothing matches, nothing is lost
     pictures.remove();

@@ -62,7 +62,7 @@ TEST_F(DirectoryTest, DeletingDropsEveryLineThatContainsTheNumber)
     writeFile("directory.ini", "01234567,Bob\r\n1234,Alice\r\n5555,Carol\r\n");
     deleteItem("Number: 1234, Name: Alice");
     EXPECT_EQ(readFile("directory.ini"), "5555,Carol\r\n");
-    EXPECT_FALSE(has("tempdir.txt"));
+    EXPECT_FALSE(has("directory.ini.part"));
     deleteItem("Number: 5555, Name: Carol");
     EXPECT_EQ(readFile("directory.ini"), "");
     EXPECT_THAT(view.lists["contacts"], IsEmpty());
@@ -86,7 +86,7 @@ TEST_F(DirectoryTest, AFailedRewriteLeavesTheDirectoryAsItWas)
 {
     const std::string entries = "01234567,Bob\r\n5555,Carol\r\n";
     writeFile("directory.ini", entries);
-    std::filesystem::create_directory(data / "tempdir.txt"); // the scratch file cannot be written
+    std::filesystem::create_directory(data / "directory.ini.part"); // the scratch file cannot be written
     deleteItem("Number: 5555, Name: Carol");
     EXPECT_EQ(readFile("directory.ini"), entries);
 }
