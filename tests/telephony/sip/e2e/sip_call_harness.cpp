@@ -228,7 +228,7 @@ void Corvel::set(const std::string& section, const std::string& key, const std::
     settings_[section][key] = value;
 }
 
-bool Corvel::start(const std::string& line)
+void Corvel::writeSettings() const
 {
     {
         std::ofstream conf(root_ / "config" / "corvel.conf");
@@ -239,6 +239,11 @@ bool Corvel::start(const std::string& line)
     }
     fs::permissions(root_ / "config" / "corvel.conf", fs::perms::owner_read | fs::perms::owner_write,
                     fs::perm_options::replace);
+}
+
+bool Corvel::start(const std::string& line)
+{
+    writeSettings();
     port_ = freePort();
     process_ = std::make_unique<Process>(
         std::vector<std::string>{CORVEL_BINARY, "--headless", "--line", line, "--sip-listen",
@@ -251,6 +256,16 @@ bool Corvel::start(const std::string& line)
     const auto at = text.find("the SIP line listens on 127.0.0.1:");
     port_ = std::atoi(text.c_str() + at + std::strlen("the SIP line listens on 127.0.0.1:"));
     return true;
+}
+
+bool Corvel::startOnTheDesktop()
+{
+    writeSettings();
+    process_ = std::make_unique<Process>(
+        std::vector<std::string>{CORVEL_BINARY, "--line", "test", "--config-dir", (root_ / "config").string(),
+                                 "--data-dir", data().string(), "--web-site", "http://127.0.0.1:9/"},
+        environment(), root_ / "corvel.log", root_);
+    return waitForLog("on the session bus as org.corvel.Corvel", 30s);
 }
 
 void Corvel::stop()

@@ -58,8 +58,9 @@ std::string readText(const std::filesystem::path& path);
 // Waits until `done` holds or `limit` passes, looking every 50 ms.
 bool eventually(const std::function<bool()>& done, std::chrono::milliseconds limit);
 
-// A headless Corvel on the SIP line, with its own settings, data, cache and runtime folders,
-// working in its root folder, where any file a command it starts makes lands too.
+// A headless Corvel on the SIP line (or one with windows on the test line), with its own
+// settings, data, cache and runtime folders, working in its root folder, where any file a
+// command it starts makes lands too.
 class Corvel {
 public:
     Corvel();
@@ -69,6 +70,9 @@ public:
     void set(const std::string& section, const std::string& key, const std::string& value);
     // Starts it and waits for the SIP line to listen. `line` is given to --line.
     bool start(const std::string& line = "sip");
+    // Starts it with its windows (drawn offscreen) on the test line, and waits for it on the
+    // session bus, where the test line's caller is driven.
+    bool startOnTheDesktop();
     void stop();
     // Sends it `number` and gives its exit code when it ends within `limit`.
     std::optional<int> signal(int number, std::chrono::milliseconds limit);
@@ -97,6 +101,8 @@ public:
     std::chrono::milliseconds promptLength(const std::string& file) const;
 
 private:
+    void writeSettings() const;
+
     std::filesystem::path root_;
     int port_ = 0;
     std::map<std::string, std::map<std::string, std::string>> settings_;
