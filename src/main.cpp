@@ -215,7 +215,7 @@ int main(int argc, char* argv[])
 
     // Other programs and the desktop follow the calls on the session bus.
     BusService bus({line, phone.calls.state(), phone.handling, phone.blocking, phone.newCalls, phone.messages,
-                    phone.blockedCalls, phone.events});
+                    phone.blockedCalls, phone.directory, phone.pictures, settings, phone.playback, phone.events});
     TestLineBus testLineBus(testLine);
     DesktopNotifications notifications(settings, phone.handling, phone.playback, phone.events);
 

@@ -20,14 +20,14 @@ MessagePlayback::MessagePlayback(const DataFolder& folder, View& view, SoundOutp
 {
 }
 
-void MessagePlayback::playNew()
+bool MessagePlayback::playNew()
 {
     // The hourglass means a call is being ended; the slots are not to be touched meanwhile.
-    if (view_.busyCursor()) return;
+    if (view_.busyCursor()) return false;
     const auto message = store_.fileInSlot(Kind::New, 1);
     if (!message) {
         speech_.say("You dont have any new messages!");
-        return;
+        return false;
     }
     const std::string caller = MessageStore::callerOf(*message);
     display_.show();
@@ -41,6 +41,7 @@ void MessagePlayback::playNew()
         log::warning("no room among the old messages: " + *message + " stays new");
     }
     finish();
+    return true;
 }
 
 void MessagePlayback::playOld()

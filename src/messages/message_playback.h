@@ -21,7 +21,8 @@ public:
                     CallerDisplay& display, MessageStore& store, NewCalls& newCalls,
                     std::filesystem::path desktop);
 
-    void playNew(); // Label10
+    // Label10; false when there is no new message to play, or a call is being ended.
+    bool playNew();
     void playOld(); // Label18
 
 private:

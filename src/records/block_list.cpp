@@ -43,9 +43,7 @@ std::optional<BlockList::Entry> BlockList::parse(std::string_view line)
     }
     // An empty prefix would block every caller, and a number that a caller's line could never
     // deliver (controls, broken text, a "*" inside) is a typing slip, not an entry.
-    if (entry.number.empty() || entry.number.size() > maxNumberBytes || entry.number.find('*') != std::string::npos ||
-        text::fromLine(entry.number, maxNumberBytes) != entry.number)
-        return std::nullopt;
+    if (!fitNumber(entry.number) || entry.number.find('*') != std::string::npos) return std::nullopt;
     return entry;
 }
 

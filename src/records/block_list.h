@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/data_folder.h"
+#include "records/typed_number.h"
 
 namespace corvel {
 
@@ -18,7 +19,7 @@ namespace corvel {
 class BlockList {
 public:
     static constexpr std::string_view fileName = "blocklist.txt";
-    static constexpr std::size_t maxNumberBytes = 64;
+    static constexpr std::size_t maxNumberBytes = maxTypedNumberBytes;
     static constexpr std::size_t maxNoteBytes = 200;
 
     struct Entry {

@@ -1,15 +1,17 @@
 #include "records/caller_pictures.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "base/log.h"
 #include "base/text.h"
+#include "records/typed_number.h"
 
 namespace corvel {
 namespace {
 
 constexpr std::string_view noNumber = "You didn`t enter a telephone number. Please do this first";
+
+bool isListed(std::string_view line, std::string_view number) { return text::lower(line) == text::lower(number); }
 
 } // namespace
 
@@ -48,12 +50,53 @@ void CallerPictures::add()
         view_.messageBox(MessageIcon::Information, applicationTitle, "You didn`t select a file. Please try again!");
         return;
     }
-    const std::string picture = number + ".gif";
-    if (!folder_.copyIn(chosen, picture)) return;
-    display_.loadPhoto(picture);
+    if (!set(number, chosen)) return;
+    display_.loadPhoto(number + ".gif");
     display_.setLabel("Preview");
     display_.show();
-    folder_.appendLine(listName, number);
+}
+
+std::optional<std::string> CallerPictures::listedNumber(std::string_view typed)
+{
+    std::string number = text::removeAll(typed, '-');
+    // The number names its picture file, so it must be one plain file name as it is.
+    if (!fitNumber(number) || text::fileNamePart(number, maxTypedNumberBytes) != number) return std::nullopt;
+    return number;
+}
+
+bool CallerPictures::set(std::string_view typed, const std::filesystem::path& picture)
+{
+    const auto number = listedNumber(typed);
+    if (!number) {
+        log::warning("no picture for \"" + text::fromLine(typed, maxTypedNumberBytes) + "\": no telephone number");
+        return false;
+    }
+    if (!folder_.copyIn(picture, *number + ".gif")) return false;
+    const auto lines = folder_.readLines(listName);
+    if (std::any_of(lines.begin(), lines.end(), [&](const std::string& line) { return isListed(line, *number); })) return true;
+    return folder_.appendLine(listName, *number);
+}
+
+bool CallerPictures::remove(std::string_view typed)
+{
+    const auto number = listedNumber(typed);
+    if (!number) return false;
+    const auto lines = folder_.readLines(listName);
+    const auto listed = [&](const std::string& line) { return isListed(line, *number); };
+    if (std::none_of(lines.begin(), lines.end(), listed) || !unlist(listed)) return false;
+    folder_.remove(*number + ".gif");
+    return true;
+}
+
+bool CallerPictures::unlist(const std::function<bool(const std::string&)>& unlisted)
+{
+    std::vector<std::string> lines = folder_.readLines(listName);
+    std::erase_if(lines, unlisted);
+    // Written afresh: a scratch file left by a delete cut short holds lines still listed, which
+    // would come back twice, and deleted ones back with them.
+    if (folder_.rewriteLines(listName, lines)) return true;
+    log::warning("the picture association was not deleted");
+    return false;
 }
 
 void CallerPictures::remove()
@@ -75,14 +118,7 @@ void CallerPictures::remove()
         missing();
         return;
     }
-    std::vector<std::string> kept;
-    std::remove_copy_if(lines.begin(), lines.end(), std::back_inserter(kept), matches);
-    // Written afresh: a scratch file left by a delete cut short holds lines still listed, which
-    // would come back twice, and deleted ones back with them.
-    if (!folder_.rewriteLines(listName, kept)) {
-        log::warning("the picture association was not deleted");
-        return;
-    }
+    if (!unlist(matches)) return;
     if (folder_.exists(number + ".gif")) folder_.remove(number + ".gif");
     view_.beep();
 }

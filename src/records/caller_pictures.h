@@ -1,5 +1,8 @@
 #pragma once
 
+#include <filesystem>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,7 +27,18 @@ public:
     void previous(); // Command9
     void next();     // Command10
 
+    // The number as the list keeps it (without "-"), or nothing when it is no number or could
+    // not name its picture file.
+    static std::optional<std::string> listedNumber(std::string_view typed);
+    // The picture of `number` becomes a copy of `picture`, and the number is listed once. False,
+    // logged, when it is no number or the picture cannot be copied in.
+    bool set(std::string_view number, const std::filesystem::path& picture);
+    // The lines that are exactly this number go, and its picture; false when there were none.
+    bool remove(std::string_view number);
+
 private:
+    // Rewrites the list without the lines `unlisted` picks; false when the file cannot be written.
+    bool unlist(const std::function<bool(const std::string&)>& unlisted);
     // txt_phone without its "-", written back.
     std::string typedNumber();
     void showEntry(std::string_view line);

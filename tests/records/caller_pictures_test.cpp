@@ -79,6 +79,26 @@ TEST_F(CallerPicturesTest, DeletingKeepsOtherEntriesAndBringsNoLineBackFromADele
     EXPECT_EQ(view.boxes.back().text, "The number you entered doesn`t have a picture associated with it, sorry");
 }
 
+TEST_F(CallerPicturesTest, SettingAndRemovingByNumberListItOnceAndRefuseWhatCannotNameAFile)
+{
+    writeFile("piclist.txt", "01234567\r\n");
+    EXPECT_TRUE(pictures.set("1234", top / "chosen.gif")) << "a longer listed number is another number";
+    EXPECT_TRUE(pictures.set("12-34", top / "chosen.gif"));
+    EXPECT_EQ(readFile("piclist.txt"), "01234567\r\n1234\r\n");
+    EXPECT_EQ(readFile("1234.gif"), "GIF89a chosen");
+    EXPECT_FALSE(pictures.set("555", top / "missing.gif"));
+    for (const char* hostile : {"", "..", "../555", "5/5", "5\r\n5"}) {
+        EXPECT_FALSE(pictures.set(hostile, top / "chosen.gif")) << hostile;
+        EXPECT_FALSE(pictures.remove(hostile)) << hostile;
+    }
+    EXPECT_EQ(readFile("piclist.txt"), "01234567\r\n1234\r\n");
+
+    EXPECT_TRUE(pictures.remove("1234"));
+    EXPECT_FALSE(pictures.remove("1234"));
+    EXPECT_EQ(readFile("piclist.txt"), "01234567\r\n");
+    EXPECT_FALSE(has("1234.gif"));
+}
+
 TEST_F(CallerPicturesTest, BrowsingWrapsAtBothEnds)
 {
     writeFile("piclist.txt", "111\r\n222\r\n333\r\n");

@@ -91,5 +91,30 @@ TEST_F(DirectoryTest, AFailedRewriteLeavesTheDirectoryAsItWas)
     EXPECT_EQ(readFile("directory.ini"), entries);
 }
 
+TEST_F(DirectoryTest, SettingANumberRenamesItsOwnEntryInPlaceOrAddsOne)
+{
+    writeFile("directory.ini", "01234567,Bob\r\n1234,Alice\r\n5555,Carol\r\n1234,Again\r\n");
+    EXPECT_TRUE(directory.set("12-34", "Alicia\nSmith"));
+    EXPECT_EQ(readFile("directory.ini"), "01234567,Bob\r\n1234,AliciaSmith\r\n5555,Carol\r\n")
+        << "the longer number keeps its name, the repeat goes, a line break makes no second line";
+    EXPECT_TRUE(directory.set("777", "Dave"));
+    EXPECT_EQ(directory.lookup("777"), "Dave");
+    EXPECT_FALSE(has("directory.ini.part"));
+}
+
+TEST_F(DirectoryTest, RemovingTakesOnlyTheExactNumberAndRefusesWhatIsNoNumber)
+{
+    const std::string entries = "01234567,Bob\r\n1234,Alice\r\n";
+    writeFile("directory.ini", entries);
+    EXPECT_FALSE(directory.remove("234"));
+    for (const std::string& hostile : std::vector<std::string>{"", " - ,", "12\n34", std::string(65, '1'), "\xff\xfe"}) {
+        EXPECT_FALSE(directory.set(hostile, "Eve")) << hostile;
+        EXPECT_FALSE(directory.remove(hostile)) << hostile;
+    }
+    EXPECT_EQ(readFile("directory.ini"), entries);
+    EXPECT_TRUE(directory.remove("1234"));
+    EXPECT_EQ(readFile("directory.ini"), "01234567,Bob\r\n");
+}
+
 } // namespace
 } // namespace corvel

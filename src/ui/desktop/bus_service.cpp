@@ -4,13 +4,41 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "base/log.h"
+#include "base/text.h"
+#include "base/utf8.h"
 #include "corvel_adaptor.h"
 
 namespace corvel {
 namespace {
 
+constexpr qsizetype maxKeyLength = 64;
+constexpr std::size_t maxValueBytes = 1000;
+
 QString fromText(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+// A settings key the file keeps on a line of its own: letters, digits, "_", "-" and ".".
+bool plainKey(const QString& key)
+{
+    return !key.isEmpty() && key.size() <= maxKeyLength && std::all_of(key.begin(), key.end(), [](QChar c) {
+               return (c.isLetterOrNumber() && c.unicode() < 128) || c == '_' || c == '-' || c == '.';
+           });
+}
+
+// A value that reads back as one line: whole UTF-8 with nothing that breaks or turns text round.
+bool oneLine(std::string_view value)
+{
+    if (value.size() > maxValueBytes) return false;
+    for (std::size_t at = 0; at < value.size();) {
+        const Utf8Character character = utf8At(value, at);
+        if (character.length == 0 || breaksText(character.value)) return false;
+        at += character.length;
+    }
+    return true;
+}
 
 } // namespace
 
@@ -76,6 +104,46 @@ bool BusService::Block(const QString& number, const QString& note)
 bool BusService::Unblock(const QString& number) { return with_.blocking.unblock(number.toStdString()); }
 
 bool BusService::BlockLastCaller() { return with_.blocking.blockLastCaller(); }
+
+void BusService::SetDirectoryEntry(const QString& number, const QString& name)
+{
+    if (!Directory::entryNumber(number.toStdString())) return refuse("\"" + number.left(80) + "\" is no telephone number");
+    if (!with_.directory.set(number.toStdString(), name.toStdString())) failed("The directory could not be written");
+}
+
+bool BusService::RemoveDirectoryEntry(const QString& number) { return with_.directory.remove(number.toStdString()); }
+
+void BusService::SetCallerPicture(const QString& number, const QString& picture)
+{
+    if (!CallerPictures::listedNumber(number.toStdString()))
+        return refuse("\"" + number.left(80) + "\" is no telephone number that can name a picture");
+    const std::filesystem::path file = picture.toStdString();
+    std::error_code error;
+    if (!file.is_absolute() || !std::filesystem::is_regular_file(file, error))
+        return refuse("\"" + picture.left(200) + "\" is no picture file: give the whole path of one");
+    if (!with_.pictures.set(number.toStdString(), file)) failed("The picture could not be copied in");
+}
+
+bool BusService::RemoveCallerPicture(const QString& number) { return with_.pictures.remove(number.toStdString()); }
+
+void BusService::SetOption(const QString& key, const QString& value)
+{
+    if (!plainKey(key)) return refuse("\"" + key.left(80) + "\" is no option name: letters, digits, \"_\", \"-\" and \".\"");
+    const std::string text = value.toStdString();
+    if (!oneLine(text)) return refuse("the value of " + key + " is not one line of text of at most 1000 bytes");
+    settings::writeData(with_.settings, key.toStdString(), text);
+}
+
+// Synchronous, so that the reply says whether a message was filed.
+bool BusService::PlayNewMessage() { return with_.playback.playNew(); }
+
+void BusService::refuse(const QString& why)
+{
+    log::warning("refused a request on the bus: " + text::fromLine(why.toStdString(), 400));
+    sendErrorReply(QDBusError::InvalidArgs, why);
+}
+
+void BusService::failed(const QString& what) { sendErrorReply(QDBusError::Failed, what + "; the log says why"); }
 
 QVariantMap BusService::Status() const
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDBusContext>
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
@@ -9,8 +10,12 @@
 
 #include "app/blocking.h"
 #include "base/call_events.h"
+#include "base/settings_store.h"
+#include "messages/message_playback.h"
 #include "messages/message_store.h"
 #include "records/blocked_calls.h"
+#include "records/caller_pictures.h"
+#include "records/directory.h"
 #include "records/new_calls.h"
 #include "telephony/call_handling.h"
 #include "telephony/call_state.h"
@@ -19,9 +24,10 @@
 namespace corvel {
 
 // Corvel on the session bus, for other programs and the command line: what the line is doing
-// and the counts, the user's pick-up, hang-up and take-a-message, and a signal for each event
-// of a call. Its interface is org.corvel.Corvel.xml; the adaptor is made from that file.
-class BusService final : public QObject, private CallEvents {
+// and the counts, the user's pick-up, hang-up and take-a-message, the block list, directory,
+// caller pictures and options, playing a new message, and a signal for each event of a call.
+// Its interface is org.corvel.Corvel.xml; the adaptor is made from that file.
+class BusService final : public QObject, protected QDBusContext, private CallEvents {
     Q_OBJECT
 
 public:
@@ -38,6 +44,10 @@ public:
         const NewCalls& newCalls;
         const MessageStore& messages;
         const BlockedCalls& blockedCalls;
+        Directory& directory;
+        CallerPictures& pictures;
+        SettingsStore& settings;
+        MessagePlayback& playback;
         CallEventFollowers& events;
     };
 
@@ -60,6 +70,12 @@ public slots:
     bool Block(const QString& number, const QString& note);
     bool Unblock(const QString& number);
     bool BlockLastCaller();
+    void SetDirectoryEntry(const QString& number, const QString& name);
+    bool RemoveDirectoryEntry(const QString& number);
+    void SetCallerPicture(const QString& number, const QString& picture);
+    bool RemoveCallerPicture(const QString& number);
+    void SetOption(const QString& key, const QString& value);
+    bool PlayNewMessage();
 
 signals:
     void Ringing(const QString& number, const QString& name);
@@ -78,6 +94,10 @@ private:
     void callBlocked(std::string_view caller) override;
     void callEnded() override;
     void countsChanged() override;
+
+    // Answers the request on the bus with an error: the arguments were refused, or it failed.
+    void refuse(const QString& why);
+    void failed(const QString& what);
 
     std::array<int, 4> counts() const;
     QString phase() const;

@@ -249,6 +249,46 @@ TEST_F(DesktopBusTest, TheBlockListIsKeptOverTheBusAndABlockedCallerIsTold)
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(list), {}), "0870*,sales\r\n");
 }
 
+TEST_F(DesktopBusTest, TheDirectoryPicturesAndOptionsAreKeptOverTheBusAndBadArgumentsRefused)
+{
+    start();
+    const auto ask = [&](const QString& method, const QVariantList& arguments = {}) {
+        return call("/org/corvel/Corvel", "org.corvel.Corvel", method, arguments);
+    };
+    const auto refused = [&](const QString& method, const QVariantList& arguments) {
+        const QDBusMessage reply = ask(method, arguments);
+        return reply.type() == QDBusMessage::ErrorMessage && reply.errorName() == "org.freedesktop.DBus.Error.InvalidArgs";
+    };
+    const QString data = folders_.path() + "/data/";
+    const auto file = [&](const char* name) {
+        std::ifstream in((data + name).toStdString(), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    EXPECT_EQ(ask("SetDirectoryEntry", {"01632 960123", "Ann"}).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(ask("SetCallerPicture", {"01632960123", data + "default.gif"}).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(ask("SetOption", {"messagecommand", "notify-send \\x"}).type(), QDBusMessage::ReplyMessage);
+
+    EXPECT_TRUE(refused("SetDirectoryEntry", {" - ", "Eve"}));
+    EXPECT_TRUE(refused("SetDirectoryEntry", {QString(100, '1'), "Eve"}));
+    EXPECT_TRUE(refused("SetCallerPicture", {"../01632960123", data + "default.gif"}));
+    EXPECT_TRUE(refused("SetCallerPicture", {"0123", "default.gif"})) << "not a whole path";
+    EXPECT_TRUE(refused("SetCallerPicture", {"0123", data}));
+    EXPECT_TRUE(refused("SetOption", {"rings]\n[x", "1"}));
+    EXPECT_TRUE(refused("SetOption", {"rings", "1\n[withheld/audio]"}));
+    EXPECT_EQ(file("directory.ini"), "01632960123,Ann\r\n");
+    EXPECT_EQ(file("piclist.txt"), "01632960123\r\n");
+    EXPECT_EQ(file("01632960123.gif"), file("default.gif"));
+    std::ifstream conf((folders_.path() + "/corvel.conf").toStdString());
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(conf), {}), ::testing::HasSubstr("messagecommand=notify-send \\x\n"));
+
+    EXPECT_TRUE(QDBusReply<bool>(ask("RemoveDirectoryEntry", {"01632960123"})).value());
+    EXPECT_FALSE(QDBusReply<bool>(ask("RemoveDirectoryEntry", {"01632960123"})).value());
+    EXPECT_TRUE(QDBusReply<bool>(ask("RemoveCallerPicture", {"01632960123"})).value());
+    EXPECT_FALSE(QDBusReply<bool>(ask("PlayNewMessage")).value()) << "no new message to play";
+    EXPECT_EQ(file("directory.ini") + file("piclist.txt"), "");
+    EXPECT_EQ(status()["phase"].toString(), "idle");
+}
+
 TEST_F(DesktopBusTest, WithoutANotificationServerTheLogSaysSoOnce)
 {
     start();
