@@ -69,6 +69,14 @@ int MessageStore::closeGap(Kind kind) const
     return moved;
 }
 
+std::string MessageStore::settle(Kind kind, int slot, const std::string& name) const
+{
+    const auto lower = freeSlot(kind);
+    if (!lower || *lower >= slot) return name;
+    const std::string settled = fileName(kind, *lower, callerOf(name));
+    return folder_.rename(name, settled) ? settled : name;
+}
+
 void MessageStore::closeGaps() const
 {
     for (const Kind kind : {Kind::New, Kind::Old}) {

@@ -36,7 +36,10 @@ public:
     // Moves the messages of `kind` down into an unbroken run from slot 1, keeping their order;
     // how many moved. Filing a heard message leaves such a gap at its slot.
     int closeGap(Kind kind) const;
-    // The same for both kinds, logging what moved: Corvel ending between two renames of the
+    // Moves a message just filed in `slot` down into the lowest free slot below it, if there is
+    // one; its name now. A message played while this one was recorded leaves such a gap.
+    std::string settle(Kind kind, int slot, const std::string& name) const;
+    // The same as closeGap for both kinds, logging what moved: Corvel ending between two renames of the
     // slots would otherwise hide every message above the gap for good.
     void closeGaps() const;
 

@@ -55,15 +55,17 @@ void CallHandling::leavemessage()
     if (call.callover) return;
     if (with_.line.recording()) with_.line.setRecording(false);
     const std::string caller = call.currentCaller; // a caller who hangs up ends the call before the recording
-    const std::filesystem::path message = *with_.folder.file(MessageStore::fileName(MessageStore::Kind::New, *slot, caller));
-    with_.line.setRecordFile(message.string());
+    const std::string name = MessageStore::fileName(MessageStore::Kind::New, *slot, caller);
+    with_.line.setRecordFile(with_.folder.file(name)->string());
     with_.line.setRecording(true);
     call.countdown = 30;
     with_.calls.waitUntil([&] { return call.countdown == 0 || call.entrydone; });
     with_.line.setRecording(false);
+    // Not counted behind a gap: a message played meanwhile moved the others down.
+    const auto message = with_.folder.exists(name) ? with_.folder.file(with_.messages.settle(MessageStore::Kind::New, *slot, name))
+                                                   : std::nullopt;
     with_.messages.checkmessages();
-    std::error_code error;
-    if (std::filesystem::exists(message, error)) with_.events.messageRecorded(message, caller);
+    if (message) with_.events.messageRecorded(*message, caller);
     if (!call.callover) with_.calls.standby();
 }
 

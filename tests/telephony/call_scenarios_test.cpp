@@ -293,6 +293,22 @@ TEST_F(CallScenarioTest, TheCallIsTakenFromOutsideTheWindowOnlyWhileTheCallerWai
     expectAtRest();
 }
 
+TEST_F(CallScenarioTest, AMessagePlayedWhileAnotherIsRecordedLeavesNoGapUnderIt)
+{
+    writeFile("1-1-111.wav", "RIFF");
+    writeFile("1-2-222.wav", "RIFF");
+    loop.schedule(24s + 36s, [&] { // the caller speaks into slot 3
+        ASSERT_TRUE(line.recording());
+        phone.playback.playNew();
+    });
+    run(caller(Identity::Withheld, {{4s, '0'}, {5s, '1'}, {6s, '2'}, {7s, '#'}, {31s, '1'}, {39s, '9'}}));
+    EXPECT_TRUE(has("2-1-111.wav"));
+    EXPECT_TRUE(has("1-1-222.wav"));
+    EXPECT_TRUE(has("1-2-012.wav")) << "moved down beside the other new message";
+    EXPECT_EQ(phone.messages.count(MessageStore::Kind::New), 2);
+    EXPECT_EQ(counter("new1", "new2"), "02");
+}
+
 TEST_F(CallScenarioTest, TheNinetyNinthMessageFindsNoRoom)
 {
     for (int slot = 1; slot <= 98; ++slot) writeFile("1-" + std::to_string(slot) + "-0.wav", "RIFF");
