@@ -1,6 +1,7 @@
 #include "ui/desktop/crash_soak.h"
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sndfile.h>
 
 #include <QCoreApplication>
@@ -36,6 +37,8 @@ constexpr const char* corvelPath = "/org/corvel/Corvel";
 constexpr const char* linePath = "/org/corvel/Corvel/TestLine";
 constexpr const char* busName = "corvel-crash-soak";
 constexpr int longestBurstMs = 800;
+// A caller's hang-up closes the line and opens it again a second later; only then is the message told.
+constexpr int longestCallBurstMs = 2000;
 constexpr int pictureCount = 3;
 constexpr int writesAtOnce = 4;
 
@@ -85,11 +88,18 @@ void writeBlip(const fs::path& path)
     sf_close(file);
 }
 
+// Children end with the harness, however it ends: an interrupted soak leaves no Corvel running.
+void endWithParent(QProcess& child)
+{
+    child.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+}
+
 // The bus daemon of the harness's own, so that no Corvel of the user's is ever reached.
 class PrivateBus {
 public:
     PrivateBus()
     {
+        endWithParent(daemon_);
         daemon_.start("dbus-daemon", {"--session", "--nofork", "--print-address=1"});
         if (!daemon_.waitForReadyRead(10000)) throw std::runtime_error("dbus-daemon did not start");
         address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
@@ -188,7 +198,7 @@ public:
 
     bool listen()
     {
-        return bus_.connection().connect({}, corvelPath, "org.corvel.Corvel", "MessageRecorded", &recorded_,
+        return bus_.connection().connect(service, corvelPath, "org.corvel.Corvel", "MessageRecorded", &recorded_,
                                          SLOT(recorded(QString, QString)));
     }
 
@@ -250,6 +260,7 @@ private:
         corvel_.setProcessEnvironment(environment);
         corvel_.setProcessChannelMode(QProcess::MergedChannels);
         corvel_.setStandardOutputFile(QString::fromStdString((root_ / "corvel.log").string()), QIODevice::Append);
+        endWithParent(corvel_);
         corvel_.start(CORVEL_BINARY, {"--headless", "--line", "test", "--config-dir",
                                       QString::fromStdString((root_ / "config").string()), "--data-dir",
                                       QString::fromStdString(data().string()), "--web-site", "http://127.0.0.1:9/"});
@@ -333,7 +344,7 @@ private:
             return std::count_if(replies.begin(), replies.end(), [](const QDBusPendingCall& r) { return !r.isFinished(); });
         };
         const int hangUpAt = recording ? draw(0, 12) : -1;
-        const int delay = draw(0, longestBurstMs);
+        const int delay = draw(0, recording ? longestCallBurstMs : longestBurstMs);
         const QDeadlineTimer killAt(delay);
         do {
             while (unanswered() < writesAtOnce) {
