@@ -105,7 +105,7 @@ void AnswerPhone::startUp(std::optional<int> chosenLine)
     for (const Filled& option : answeringOptions) fill(option);
     view.setChecked("chk_lww", ports.autostart.enabled());
     // A crash in the middle of a write leaves its scratch file; nothing else would ever delete it.
-    if (const int removed = ports.folder.removeScratchFiles())
+    if (const int removed = ports.folder.removeScratchFiles({Directory::scratchName, CallerPictures::scratchName}))
         log::warning("deleted " + std::to_string(removed) + " scratch files left by writes cut short");
     messages.closeGaps(); // before the first count, which stops at a gap
     loadRecords();

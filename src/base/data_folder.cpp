@@ -180,20 +180,24 @@ bool DataFolder::remove(std::string_view name) const
     return !error || failed("delete", *path, error);
 }
 
-bool DataFolder::rewriteLines(std::string_view name, const std::vector<std::string>& lines) const
+bool DataFolder::rewriteLines(std::string_view name, const std::vector<std::string>& lines,
+                              std::string_view scratch) const
 {
     std::string content;
     for (const std::string& line : lines) (content += line) += "\r\n";
-    const std::string scratch = std::string(name) + std::string(scratchSuffix);
-    return writeFile(scratch, content, false) && replaceWith(scratch, name);
+    const std::string scratchName = scratch.empty() ? std::string(name) + std::string(scratchSuffix) : std::string(scratch);
+    return writeFile(scratchName, content, false) && replaceWith(scratchName, name);
 }
 
-int DataFolder::removeScratchFiles() const
+int DataFolder::removeScratchFiles(const std::vector<std::string_view>& named) const
 {
     int removed = 0;
     std::error_code error;
     for (fs::directory_iterator it(root_, error), end; !error && it != end; it.increment(error)) {
-        if (!it->path().filename().string().ends_with(scratchSuffix) || !it->is_regular_file()) continue;
+        const std::string name = it->path().filename().string();
+        const bool scratch = name.ends_with(scratchSuffix) ||
+                             std::any_of(named.begin(), named.end(), [&](std::string_view n) { return text::lower(name) == text::lower(n); });
+        if (!scratch || !it->is_regular_file()) continue;
         std::error_code step;
         if (fs::remove(it->path(), step)) ++removed;
         else if (step) failed("delete", it->path(), step);

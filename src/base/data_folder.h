@@ -43,18 +43,19 @@ public:
     bool writeFile(std::string_view name, std::string_view content, bool append) const;
     // Puts `scratch` in the place of `name` in one rename, after it has reached the disk.
     bool replaceWith(std::string_view scratch, std::string_view name) const;
-    // Rewrites a text file as `lines`, each ended by CR LF: written whole to "<name>.part" first,
-    // then put in the old file's place, so a crash leaves the old file or the new, never none.
-    bool rewriteLines(std::string_view name, const std::vector<std::string>& lines) const;
+    // Rewrites a text file as `lines`, each ended by CR LF: written whole to `scratch` (or
+    // "<name>.part") first, then put in the old file's place, so a crash leaves the old file or
+    // the new, never none.
+    bool rewriteLines(std::string_view name, const std::vector<std::string>& lines, std::string_view scratch = {}) const;
     // Renames a file; never over another one, which would be lost.
     bool rename(std::string_view from, std::string_view to) const;
     bool remove(std::string_view name) const;
     // Copies a file into the folder through a scratch file, so that `name` is never half there.
     bool copyIn(const std::filesystem::path& source, std::string_view name) const;
 
-    // Deletes the scratch files ("*.part") that writes cut short by a crash left; how many. Only
-    // while no write can be going on: at start-up.
-    int removeScratchFiles() const;
+    // Deletes the scratch files ("*.part", and those `named`) that writes cut short by a crash
+    // left; how many. Only while no write can be going on: at start-up.
+    int removeScratchFiles(const std::vector<std::string_view>& named) const;
 
     // Copies the files shipped with Corvel that are missing here; never over a user's file.
     void installShipped(const std::filesystem::path& shipped) const;

@@ -83,18 +83,22 @@ bool CallerPictures::remove(std::string_view typed)
     if (!number) return false;
     const auto lines = folder_.readLines(listName);
     const auto listed = [&](const std::string& line) { return isListed(line, *number); };
-    if (std::none_of(lines.begin(), lines.end(), listed) || !unlist(listed)) return false;
+    if (std::none_of(lines.begin(), lines.end(), listed) || !unlist(listed, false)) return false;
     folder_.remove(*number + ".gif");
     return true;
 }
 
-bool CallerPictures::unlist(const std::function<bool(const std::string&)>& unlisted)
+bool CallerPictures::unlist(const std::function<bool(const std::string&)>& unlisted, bool keepStaleScratch)
 {
     std::vector<std::string> lines = folder_.readLines(listName);
     std::erase_if(lines, unlisted);
-    // Written afresh: a scratch file left by a delete cut short holds lines still listed, which
-    // would come back twice, and deleted ones back with them.
-    if (folder_.rewriteLines(listName, lines)) return true;
+    std::string kept;
+    for (const std::string& line : lines) (kept += line) += "\r\n";
+    // The window's delete appends to whatever an earlier, interrupted delete left in the scratch
+    // file, as it always has; a scripted one writes it afresh.
+    const bool written = keepStaleScratch ? folder_.writeFile(scratchName, kept, true) && folder_.replaceWith(scratchName, listName)
+                                          : folder_.rewriteLines(listName, lines, scratchName);
+    if (written) return true;
     log::warning("the picture association was not deleted");
     return false;
 }
@@ -118,7 +122,7 @@ void CallerPictures::remove()
         missing();
         return;
     }
-    if (!unlist(matches)) return;
+    if (!unlist(matches, true)) return;
     if (folder_.exists(number + ".gif")) folder_.remove(number + ".gif");
     view_.beep();
 }

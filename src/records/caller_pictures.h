@@ -19,6 +19,7 @@ namespace corvel {
 class CallerPictures {
 public:
     static constexpr std::string_view listName = "piclist.txt";
+    static constexpr std::string_view scratchName = "templist.txt"; // there only while the list is rewritten
 
     CallerPictures(const DataFolder& folder, View& view, CharacterSpeech& speech, CallerDisplay& display);
 
@@ -37,8 +38,9 @@ public:
     bool remove(std::string_view number);
 
 private:
-    // Rewrites the list without the lines `unlisted` picks; false when the file cannot be written.
-    bool unlist(const std::function<bool(const std::string&)>& unlisted);
+    // Rewrites the list without the lines `unlisted` picks, after what a stale scratch file holds
+    // when `keepStaleScratch`; false when the file cannot be written.
+    bool unlist(const std::function<bool(const std::string&)>& unlisted, bool keepStaleScratch);
     // txt_phone without its "-", written back.
     std::string typedNumber();
     void showEntry(std::string_view line);

@@ -22,6 +22,8 @@ Entry split(std::string_view line)
     return {line.substr(0, comma), line.substr(comma + 1)};
 }
 
+constexpr std::size_t maxNameBytes = 200;
+
 bool isEntryFor(std::string_view line, std::string_view number)
 {
     return text::lower(split(line).number) == text::lower(number);
@@ -52,7 +54,8 @@ void Directory::addContact()
     const std::string number = compactNumber(typed);
     const std::string name =
         view_.inputBox("Please enter the name you wish to hear when " + number + " calls you.", "Enter name");
-    if (!set(number, name)) return;
+    // One entry a line: a line break typed into the name would make a second one.
+    folder_.appendLine(fileName, number + "," + text::fromLine(name, maxNameBytes));
     loadcontacts();
     speech_.say("Done");
 }
@@ -89,7 +92,7 @@ bool Directory::set(std::string_view typed, std::string_view name)
         return false;
     }
     // One entry a line: a line break in the name would make a second one.
-    const std::string entry = *number + "," + text::fromLine(name, 200);
+    const std::string entry = *number + "," + text::fromLine(name, maxNameBytes);
     if (!holds(*number)) return folder_.appendLine(fileName, entry);
     std::vector<std::string> lines;
     bool placed = false;
@@ -97,7 +100,7 @@ bool Directory::set(std::string_view typed, std::string_view name)
         if (!isEntryFor(line, *number)) lines.push_back(std::move(line));
         else if (!std::exchange(placed, true)) lines.push_back(entry);
     }
-    if (folder_.rewriteLines(fileName, lines)) return true;
+    if (folder_.rewriteLines(fileName, lines, scratchName)) return true;
     log::warning("the directory entry for " + *number + " was not changed");
     return false;
 }
@@ -113,7 +116,7 @@ bool Directory::drop(const std::function<bool(const std::string&)>& dropped) con
 {
     std::vector<std::string> lines = folder_.readLines(fileName);
     if (std::erase_if(lines, dropped) == 0) return false;
-    if (folder_.rewriteLines(fileName, lines)) return true;
+    if (folder_.rewriteLines(fileName, lines, scratchName)) return true;
     log::warning("the directory entry was not deleted");
     return false;
 }

@@ -16,12 +16,14 @@ namespace corvel {
 class Directory {
 public:
     static constexpr std::string_view fileName = "directory.ini";
+    static constexpr std::string_view scratchName = "tempdir.txt"; // there only while the file is rewritten
 
     Directory(const DataFolder& folder, View& view, CharacterSpeech& speech);
 
     // Refills the `contacts` list from the file.
     void loadcontacts();
-    // Command28: asks for a number and a name and sets them.
+    // Command28: asks for a number and a name and adds them as a further entry (a number may be
+    // listed more than once; the first entry names it).
     void addContact();
     // Command29: deletes every entry that contains the selected entry's number.
     void deleteContact();

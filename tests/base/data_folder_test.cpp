@@ -54,9 +54,9 @@ TEST_F(DataFolderTest, ANameThatIsNoPlainFileNameReachesNothingEvenInOtherLetter
 
 TEST_F(DataFolderTest, OnlyScratchFilesAreSweptAway)
 {
-    for (const char* name : {"1-3-0123.wav.part", "piclist.txt.part", "part.txt", "1-1-0123.wav"}) write(root / name);
+    for (const char* name : {"1-3-0123.wav.part", "piclist.txt.part", "TempDir.txt", "part.txt", "1-1-0123.wav"}) write(root / name);
     fs::create_directory(root / "folder.part");
-    EXPECT_EQ(folder.removeScratchFiles(), 2);
+    EXPECT_EQ(folder.removeScratchFiles({"tempdir.txt"}), 3);
     std::vector<std::string> left;
     for (const auto& entry : fs::directory_iterator(root)) left.push_back(entry.path().filename());
     std::sort(left.begin(), left.end());

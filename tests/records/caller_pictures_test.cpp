@@ -63,19 +63,20 @@ TEST_F(CallerPicturesTest, NothingTypedOrNothingChosenAddsNothing)
     EXPECT_EQ(view.boxes[1].text, "You didn`t select a file. Please try again!");
 }
 
-TEST_F(CallerPicturesTest, DeletingKeepsOtherEntriesAndBringsNoLineBackFromADeleteCutShort)
+TEST_F(CallerPicturesTest, DeletingKeepsOtherEntriesAndAStaleScratchFile)
 {
     writeFile("piclist.txt", "111\r\n222\r\n333\r\n");
     writeFile("222.gif", "GIF89a");
-    writeFile("piclist.txt.part", "111\r\n333\r\n"); // a delete of 222 killed before its rename
-    type("1-1-1");
+    writeFile("templist.txt", "stale\r\n"); // left by a delete that was cut short
+    type("2-2-2");
     pictures.remove();
-    EXPECT_EQ(readFile("piclist.txt"), "222\r\n333\r\n");
-    EXPECT_FALSE(has("piclist.txt.part"));
+    EXPECT_EQ(readFile("piclist.txt"), "stale\r\n111\r\n333\r\n");
+    EXPECT_FALSE(has("222.gif"));
+    EXPECT_FALSE(has("templist.txt"));
 
     type("-"); // no number at all: nothing matches, nothing is lost
     pictures.remove();
-    EXPECT_EQ(readFile("piclist.txt"), "222\r\n333\r\n");
+    EXPECT_EQ(readFile("piclist.txt"), "stale\r\n111\r\n333\r\n");
     EXPECT_EQ(view.boxes.back().text, "The number you entered doesn`t have a picture associated with it, sorry");
 }
 
@@ -93,6 +94,7 @@ TEST_F(CallerPicturesTest, SettingAndRemovingByNumberListItOnceAndRefuseWhatCann
     }
     EXPECT_EQ(readFile("piclist.txt"), "01234567\r\n1234\r\n");
 
+    writeFile("templist.txt", "1234\r\n"); // a scripted delete starts its scratch file afresh
     EXPECT_TRUE(pictures.remove("1234"));
     EXPECT_FALSE(pictures.remove("1234"));
     EXPECT_EQ(readFile("piclist.txt"), "01234567\r\n");

@@ -31,11 +31,12 @@ TEST_F(DirectoryTest, AddingNormalisesTheNumberAndKeepsTheNameWhole)
 {
     add("01234 567-890", "Jane Smith, Esq.");
     add("0777,123", ""); // a cancelled name still stores the number
-    EXPECT_EQ(readFile("directory.ini"), "01234567890,Jane Smith, Esq.\r\n0777123,\r\n");
+    add("01234567890", "Jane"); // a second entry for a number, after the first
+    EXPECT_EQ(readFile("directory.ini"), "01234567890,Jane Smith, Esq.\r\n0777123,\r\n01234567890,Jane\r\n");
     EXPECT_EQ(view.questions[1], "Please enter the name you wish to hear when 01234567890 calls you.");
     EXPECT_THAT(view.lists["contacts"], ElementsAre("Number: 01234567890, Name: Jane Smith, Esq.",
-                                                    "Number: 0777123, Name: "));
-    EXPECT_THAT(spoken(), ElementsAre("Done", "Done"));
+                                                    "Number: 0777123, Name: ", "Number: 01234567890, Name: Jane"));
+    EXPECT_THAT(spoken(), ElementsAre("Done", "Done", "Done"));
 }
 
 TEST_F(DirectoryTest, ANumberTooShortOrCancelledAddsAndSaysNothing)
@@ -62,7 +63,7 @@ TEST_F(DirectoryTest, DeletingDropsEveryLineThatContainsTheNumber)
     writeFile("directory.ini", "01234567,Bob\r\n1234,Alice\r\n5555,Carol\r\n");
     deleteItem("Number: 1234, Name: Alice");
     EXPECT_EQ(readFile("directory.ini"), "5555,Carol\r\n");
-    EXPECT_FALSE(has("directory.ini.part"));
+    EXPECT_FALSE(has("tempdir.txt"));
     deleteItem("Number: 5555, Name: Carol");
     EXPECT_EQ(readFile("directory.ini"), "");
     EXPECT_THAT(view.lists["contacts"], IsEmpty());
@@ -86,7 +87,7 @@ TEST_F(DirectoryTest, AFailedRewriteLeavesTheDirectoryAsItWas)
 {
     const std::string entries = "01234567,Bob\r\n5555,Carol\r\n";
     writeFile("directory.ini", entries);
-    std::filesystem::create_directory(data / "directory.ini.part"); // the scratch file cannot be written
+    std::filesystem::create_directory(data / "tempdir.txt"); // the scratch file cannot be written
     deleteItem("Number: 5555, Name: Carol");
     EXPECT_EQ(readFile("directory.ini"), entries);
 }
@@ -99,7 +100,7 @@ TEST_F(DirectoryTest, SettingANumberRenamesItsOwnEntryInPlaceOrAddsOne)
         << "the longer number keeps its name, the repeat goes, a line break makes no second line";
     EXPECT_TRUE(directory.set("777", "Dave"));
     EXPECT_EQ(directory.lookup("777"), "Dave");
-    EXPECT_FALSE(has("directory.ini.part"));
+    EXPECT_FALSE(has("tempdir.txt"));
 }
 
 TEST_F(DirectoryTest, RemovingTakesOnlyTheExactNumberAndRefusesWhatIsNoNumber)
