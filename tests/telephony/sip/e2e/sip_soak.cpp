@@ -27,16 +27,23 @@ struct CallKind {
     const char* name;
     std::size_t logLines;
     bool leavesMessage;
-    std::function<bool(Corvel&, const std::string& number)> place;
+    std::function<SippResult(Corvel&, const std::string& number)> place;
 };
 
 bool seenThrough(const SippResult& result) { return result.exitCode == 0; }
+
+// What SIPp said last: enough to tell why a call went wrong without its whole trace.
+std::string lastWords(const std::string& output)
+{
+    constexpr std::size_t kept = 1200;
+    return output.size() <= kept ? output : "..." + output.substr(output.size() - kept);
+}
 
 // How long a caller waits for Corvel's BYE once their steps are done; none when they hang up.
 constexpr milliseconds callerHangsUp{0};
 constexpr milliseconds corvelHangsUp{10000};
 
-bool answered(Corvel& corvel, const std::string& from, const std::vector<Step>& steps, milliseconds byeWithin,
+SippResult answered(Corvel& corvel, const std::string& from, const std::vector<Step>& steps, milliseconds byeWithin,
               const std::string& headers = "")
 {
     Sipp caller(corvel);
@@ -45,7 +52,7 @@ bool answered(Corvel& corvel, const std::string& from, const std::vector<Step>& 
     caller.fill("steps", stepsXml(steps));
     caller.fill("caller_hangs_up", byeWithin == callerHangsUp ? "1" : "0");
     caller.fill("bye_within", std::to_string(byeWithin.count()));
-    return seenThrough(caller.run("answered_call.xml", 90s));
+    return caller.run("answered_call.xml", 90s);
 }
 
 std::string delivered(const std::string& number) { return "<sip:" + number + "@127.0.0.1>"; }
@@ -106,7 +113,7 @@ std::vector<CallKind> callKinds()
              Sipp caller(corvel);
              caller.fill("from", delivered(trustedNumber));
              caller.fill("ring_for", "1200");
-             return seenThrough(caller.run("cancelled_call.xml", 20s));
+             return caller.run("cancelled_call.xml", 20s);
          }},
         {"a second INVITE during a call (486)", 1, false,
          [](Corvel& corvel, const std::string& number) {
@@ -126,14 +133,17 @@ std::vector<CallKind> callKinds()
              first.fill("bye_within", "0");
              first.start("answered_call.xml", 30s);
              if (!eventually([&] { return answers() > before; }, 10s)) {
-                 first.finish();
-                 return false;
+                 SippResult unanswered = first.finish();
+                 unanswered.exitCode = -1;
+                 unanswered.output += "\n(Corvel never answered the first call)";
+                 return unanswered;
              }
              Sipp second(corvel);
              second.fill("from", delivered("0200"));
              second.fill("refusal", "486");
-             const bool busy = seenThrough(second.run("refused_call.xml", 15s));
-             return seenThrough(first.finish()) && busy;
+             const SippResult busy = second.run("refused_call.xml", 15s);
+             const SippResult answered = first.finish();
+             return seenThrough(busy) ? answered : busy;
          }},
         {"keys sent as SIP INFO", 2, false,
          [](Corvel& corvel, const std::string&) {
@@ -229,9 +239,9 @@ SoakReport soak(Corvel& corvel, int calls, unsigned seed, const std::function<vo
         };
         const std::size_t linesBefore = corvel.calls().size();
 
-        if (!kind.place(corvel, number)) {
+        if (const SippResult caller = kind.place(corvel, number); !seenThrough(caller)) {
             ++report.callerFailures;
-            fail("SIPp did not see it through");
+            fail("SIPp did not see it through: " + lastWords(caller.output));
         }
         // Corvel keeps its line closed for a second after each call; the message is filed then.
         std::this_thread::sleep_for(1500ms);
